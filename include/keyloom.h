@@ -1,0 +1,573 @@
+/*
+ * keyloom: a client for sharded, replicated Redis-protocol key/value stores.
+ *
+ * Ownership rules, once for the whole interface:
+ *  - A client made by kl_client_create() or kl_group_client() is ended by
+ *    kl_client_destroy(); nothing else frees it.
+ *  - Every reply the library hands back through a caller's cell is allocated
+ *    with the client's memory manager (kl_mm_t; the C library's when null):
+ *      one value        char * (NUL-terminated) + size_t length
+ *      several values   char ** array of separately allocated elements
+ *                       + size_t * array of lengths (+ a size_t count);
+ *                       a missing element is NULL with length SIZE_MAX
+ *      per-server codes kl_return_t * array, one code per server addressed
+ *    Release a value with kl_free_php_reply_p(&value) and an array of n
+ *    values with kl_free_php_reply_pp(&array, n); both set the cell to NULL,
+ *    so releasing twice is harmless. Other arrays (lengths, scores, codes)
+ *    are released with kl_free_php_reply_p((char **)&array).
+ *  - Strings kl_get_version() and kl_strerror() return, and the prefix
+ *    kl_database_key() reads back, belong to the library: never free them.
+ *  - The library never crashes on a NULL client or NULL pointer argument; it
+ *    returns KL_INVALID_CLIENT or KL_INVALID_PARAMETER instead.
+ *
+ * Routing: every key/value is a byte string plus a length. The extra
+ * (route, route_len) pair of the _whole commands is a routing string: when
+ * route_len > 0 the server is chosen by hashing it instead of the key, so
+ * related keys can share one server.
+ *
+ * Time to live: the trailing size_t `ttl` of the adding commands is a time to
+ * live in seconds set atomically with the write when above 0.
+ *
+ * Groups: every group holds a full copy of the data. Writes go to every
+ * group; a write that succeeded in one group and failed in another returns
+ * its code with KL_DIRTY set. Reads fail over across groups in creation order.
+ *
+ * Administration commands take `group` (NULL or "" = every group, in group
+ * order) and an optional kl_return_t ** cell that receives one code per
+ * server addressed.
+ */
+#ifndef KEYLOOM_H
+#define KEYLOOM_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Every function declared here is part of the library's exported interface,
+   also when the library is built with hidden visibility. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
+
+#define KEYLOOM_VERSION_MAJOR 1
+#define KEYLOOM_VERSION_MINOR 0
+#define KEYLOOM_VERSION_PATCH 0
+
+/* Result codes. KL_DIRTY is a bit set on top of another code. */
+typedef enum kl_return_t {
+  KL_SUCCESS = 0,
+  KL_ERROR = 1,
+  KL_PTHREAD_OP_FAILURE = 2,
+  KL_MEMORY_FAILURE = 3,
+  KL_CONNECTION_FAILURE = 4,
+  KL_INVALID_CLIENT = 5,
+  KL_INVALID_COMMAND = 6,
+  KL_SERVER_ERROR = 7,
+  KL_SERVER_DOWN = 8,
+  KL_UNKNOWN_REPLY = 9,
+  KL_WRONG_REPLY = 10,
+  KL_TTL_ALREADY_SET = 11,
+  KL_ALREADY_EXISTS = 12,
+  KL_NOTFOUND = 13,
+  KL_NO_SERVER_ATTACHED = 14,
+  KL_INVALID_PARAMETER = 15,
+  KL_PARTIAL_RESULT = 16,
+  KL_NO_SET_KEY = 17,
+  KL_SET_EMPTY_VALUE = 18,
+  KL_NO_SUBNET = 19,
+  KL_ALL_GROUP_SERVERS_DOWN = 20,
+  KL_DIRTY = 128
+} kl_return_t;
+
+/* How keys are spread over the servers of a group. */
+typedef enum kl_server_distribution {
+  KL_DISTRIBUTION_MODULA = 0,            /* hash mod number of servers */
+  KL_DISTRIBUTION_CONSISTENT = 1,        /* 100-point continuum per server */
+  KL_DISTRIBUTION_CONSISTENT_KETAMA = 2  /* weighted MD5 continuum, 160 points */
+} kl_server_distribution;
+
+/* Key hash kinds. */
+typedef enum kl_hash {
+  KL_HASH_DEFAULT = 0,   /* Jenkins one-at-a-time */
+  KL_HASH_MD5 = 1,
+  KL_HASH_CRC = 2,       /* CRC-32, then 15 bits */
+  KL_HASH_FNV1_64 = 3,
+  KL_HASH_FNV1A_64 = 4,
+  KL_HASH_FNV1_32 = 5,
+  KL_HASH_FNV1A_32 = 6,
+  KL_HASH_HSIEH = 7,
+  KL_HASH_MURMUR = 8
+} kl_hash;
+
+/* Which command forms the client may use. AUTO is the union of 1 and 2. */
+typedef enum kl_client_version {
+  CLIENT_VERSION_1 = 1,    /* only what every server since 2.8 accepts */
+  CLIENT_VERSION_2 = 2,    /* Redis 6.2+ forms where they save a round trip */
+  CLIENT_VERSION_AUTO = 3  /* chosen per server from its version at connect */
+} kl_client_version;
+
+/* Read flags of the set and sorted-set commands (bits). */
+typedef int setFlags;
+typedef int zSetFlags;
+#define SET_DEFAULT 0
+#define SET_WITH_VALUES 2
+#define ZSET_DEFAULT 0
+#define ZSET_WITH_SCORES 1
+#define ZSET_WITH_VALUES 2
+#define ZSET_WITH_LIMIT 4
+#define ZSET_REVERSE 8
+
+/* Client flags (the unsigned int of kl_client_create). */
+#define KL_FLAG_NONE 1      /* no locking */
+#define KL_FLAG_RECURSIVE 2 /* with KL_FLAG_SHARED: the mutex is recursive */
+#define KL_FLAG_SHARED 4    /* usable from several threads (internal mutex) */
+
+/* Failure policies of the multi-key commands. */
+#define KL_NULL_ON_FAIL 1        /* any server failing fails the whole call */
+#define KL_BEST_EFFORT_ON_FAIL 2 /* nulls for failed servers, KL_PARTIAL_RESULT */
+
+/* Log levels for kl_enable_syslog (bits). */
+#define KL_LEVEL_ERROR 1
+#define KL_LEVEL_DEBUG 2
+#define KL_LEVEL_EVENT 4
+#define KL_LEVEL_NOTICE 8
+#define KL_LEVEL_WARNING 16
+
+/* kl_dirty ttl flags: keep the source's TTL / also delete where the source has none. */
+#define KL_DURABLE_TTL_BIT 0x80000000u
+#define KL_COMMIT_BIT 0x40000000u
+
+/* The memory manager replies are allocated with (members in this order). */
+typedef struct kl_mm_t {
+  void *(*malloc)(size_t size);
+  void *(*calloc)(size_t count, size_t size);
+  void *(*realloc)(void *ptr, size_t size);
+  void (*free)(void *ptr);
+} kl_mm_t;
+
+/* An opaque client: servers, groups, connections and settings. */
+typedef struct kl_client kl_client;
+
+/* ---- Reply release ---------------------------------------------------- */
+
+/* Frees *reply with the client's allocator and sets *reply to NULL. */
+kl_return_t kl_free_php_reply_p(char **reply);
+/* Frees the n elements of *reply and the array itself; sets *reply to NULL. */
+kl_return_t kl_free_php_reply_pp(char ***reply, unsigned int n);
+
+/* ---- Client lifecycle and configuration ------------------------------- */
+
+/* Makes a client (NULL on failure); mm NULL means the C library's allocator. */
+kl_client *kl_client_create(kl_hash hash, kl_server_distribution distribution, kl_mm_t *mm,
+                            unsigned int flags);
+/* Closes every connection and frees the client; NULL is ignored. */
+void kl_client_destroy(kl_client *client);
+/* A new client with the same settings and servers and its own connections. */
+kl_client *kl_group_client(kl_client *client);
+/* Chooses the command forms the client uses (CLIENT_VERSION_*). */
+kl_return_t kl_set_client_version(kl_client *client, kl_client_version version);
+/* Connect and reply time-out in milliseconds (0 restores the default). */
+kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout_ms);
+/* How long a failed server stays marked down before a reconnect, in ms. */
+kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int timeout_ms);
+/* Adds host:port to a group (NULL or "" means the group "default"). */
+kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group);
+/* Sends the library's own events to syslog for the KL_LEVEL_* bits in levels. */
+kl_return_t kl_enable_syslog(kl_client *client, unsigned int levels);
+/* Stops logging. */
+kl_return_t kl_disable_log(kl_client *client);
+/* The library version as "major.minor.patch" (library-owned). */
+char const *kl_get_version(void);
+/* A fixed text for a result code, mentioning the dirty bit (library-owned). */
+char const *kl_strerror(kl_return_t result);
+/* AUTH on every server; remembered and replayed on reconnect. */
+kl_return_t kl_auth(kl_client *client, char *password, size_t password_len);
+/* Closes every connection; they reopen on demand. */
+kl_return_t kl_quit(kl_client *client);
+/* CONFIG GET param: names and values alternate in *values (count in *count);
+   server "host:port" (server_len > 0) narrows it to one server. */
+kl_return_t kl_config_get(kl_client *client, char const *param, size_t param_len,
+                          char const *server, size_t server_len, char ***values, size_t *count,
+                          size_t **lengths, char const *group, kl_return_t **results);
+/* CONFIG SET param value, on one server (server_len > 0) or every server of group. */
+kl_return_t kl_config_set(kl_client *client, char const *param, size_t param_len,
+                          char const *value, size_t value_len, char const *server,
+                          size_t server_len, char const *group, kl_return_t **results);
+/* Reads back the key prefix of logical database db (library-owned; NULL when unset). */
+kl_return_t kl_database_key(kl_client *client, size_t db, char const **prefix,
+                            size_t const *prefix_len);
+/* Sets the key prefix used for every key while logical database db is selected. */
+kl_return_t kl_set_database_key(kl_client *client, size_t db, char const *prefix,
+                                size_t prefix_len);
+
+/* ---- Result codes and dirty state ------------------------------------ */
+
+/* r without the dirty bit. */
+kl_return_t kl_get_result(kl_return_t result);
+/* 1 when the dirty bit is set, else 0. */
+uint8_t kl_is_dirty(kl_return_t result);
+/* 1 when kl_get_result(result) == expected, else 0. */
+uint8_t kl_check_result(kl_return_t result, kl_return_t expected);
+/* Copies key from the first group holding it to the groups lacking it; ttl as
+   seconds, or with KL_DURABLE_TTL_BIT (keep the source TTL) / KL_COMMIT_BIT
+   (also delete where the source has none); *groups = groups repaired. */
+kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int *groups);
+
+/* ---- String and key commands ------------------------------------------ */
+
+/* SET key value (ttl > 0: with EX ttl). */
+kl_return_t kl_set(kl_client *client, char *key, size_t key_len, char *value, size_t value_len,
+                   size_t ttl);
+/* SET taking over value, a buffer allocated with new[] that the library frees. */
+kl_return_t kl_set_binary(kl_client *client, char *key, size_t key_len, char *value,
+                          size_t value_len, size_t ttl);
+/* SET NX: KL_ALREADY_EXISTS when the key exists. */
+kl_return_t kl_setnx(kl_client *client, char *key, size_t key_len, char *value,
+                     size_t value_len, size_t ttl);
+/* SET XX: KL_NOTFOUND when the key does not exist. */
+kl_return_t kl_setifx(kl_client *client, char *key, size_t key_len, char *value,
+                      size_t value_len, size_t ttl);
+/* APPEND value to key. */
+kl_return_t kl_append(kl_client *client, char *key, size_t key_len, char *value,
+                      size_t value_len, size_t ttl);
+/* GET key into *value / *value_len; KL_NOTFOUND when absent. */
+kl_return_t kl_get_whole(kl_client *client, char *key, size_t key_len, char **value,
+                         size_t *value_len, char *route, size_t route_len);
+/* GETSET: sets value, hands back the old one (NULL when there was none). */
+kl_return_t kl_getset_whole(kl_client *client, char *key, size_t key_len, char *value,
+                            size_t value_len, char **old_value, size_t *old_len, char *route,
+                            size_t route_len);
+/* MGET over every server; missing keys are NULL elements; policy KL_*_ON_FAIL. */
+kl_return_t kl_mget_whole(kl_client *client, char **keys, size_t count, size_t *key_lens,
+                          char ***values, size_t *value_count, size_t **value_lens, char *route,
+                          size_t route_len, int policy);
+/* MSET key/value pairs, one pipelined batch per server. */
+kl_return_t kl_mset(kl_client *client, char const **keys, size_t count, size_t *key_lens,
+                    char **values, size_t *value_lens);
+/* MSET with a TTL per key (ttls[i] seconds, 0 for none). */
+kl_return_t kl_msetex(kl_client *client, char const **keys, size_t count,
+                      size_t const *key_lens, char const **values, size_t const *value_lens,
+                      size_t const *ttls);
+/* INCR into *value; ttl applies only when the counter is created. */
+kl_return_t kl_incr(kl_client *client, char *key, size_t key_len, int *value, size_t ttl);
+/* INCRBY by into *value; ttl applies only when the counter is created. */
+kl_return_t kl_incrby(kl_client *client, char *key, size_t key_len, int by, int *value,
+                      size_t ttl);
+/* DECR into *value; ttl applies only when the counter is created. */
+kl_return_t kl_decr(kl_client *client, char *key, size_t key_len, int *value, size_t ttl);
+/* DECRBY by into *value; ttl applies only when the counter is created. */
+kl_return_t kl_decrby(kl_client *client, char *key, size_t key_len, int by, int *value,
+                      size_t ttl);
+/* EXISTS: KL_SUCCESS or KL_NOTFOUND. */
+kl_return_t kl_exists(kl_client *client, char *key, size_t key_len);
+/* DEL: KL_SUCCESS or KL_NOTFOUND. */
+kl_return_t kl_del(kl_client *client, char *key, size_t key_len);
+/* DEL of many keys; *deleted = how many existed. */
+kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_lens,
+                    int *deleted);
+/* TYPE into *type ("string", "list", ..., "none"). */
+kl_return_t kl_type(kl_client *client, char *key, size_t key_len, char **type);
+/* Keys matching pattern on every server of group (SCAN, never KEYS), merged. */
+kl_return_t kl_keys(kl_client *client, char *pattern, size_t pattern_len, char ***keys,
+                    size_t *count, size_t **lengths, char const *group, kl_return_t **results);
+/* RANDOMKEY from the first server that has one. */
+kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len);
+/* RENAME; keys on different servers are moved with DUMP/RESTORE keeping the TTL. */
+kl_return_t kl_rename(kl_client *client, char *key, size_t key_len, char *new_key,
+                      size_t new_key_len);
+/* RENAMENX: KL_ALREADY_EXISTS when new_key exists. */
+kl_return_t kl_renamenx(kl_client *client, char *key, size_t key_len, char *new_key,
+                        size_t new_key_len);
+/* EXPIRE key ttl; ttl 0 removes the TTL (PERSIST). */
+kl_return_t kl_set_ttl(kl_client *client, char *key, size_t key_len, size_t ttl);
+/* TTL into *ttl (-1 when the key has none); KL_NOTFOUND when absent. */
+kl_return_t kl_get_ttl(kl_client *client, char *key, size_t key_len, int *ttl);
+/* DBSIZE summed over every server of group. */
+kl_return_t kl_dbsize(kl_client *client, unsigned int *size, char const *group,
+                      kl_return_t **results);
+/* SELECT db on every connection (remembered for reconnects). */
+kl_return_t kl_select(kl_client *client, int db, kl_return_t **results);
+/* MOVE key to database db. */
+kl_return_t kl_move(kl_client *client, char *key, size_t key_len, int db);
+/* FLUSHALL on every server of group. */
+kl_return_t kl_flushall(kl_client *client, char const *group, kl_return_t **results);
+
+/* ---- Server administration -------------------------------------------- */
+
+/* FLUSHDB on every server of group. */
+kl_return_t kl_flushdb(kl_client *client, char const *group, kl_return_t **results);
+/* SAVE on every server of group. */
+kl_return_t kl_save(kl_client *client, char const *group, kl_return_t **results);
+/* BGSAVE on every server of group. */
+kl_return_t kl_bgsave(kl_client *client, char const *group, kl_return_t **results);
+/* SHUTDOWN NOSAVE on every server of group. */
+kl_return_t kl_shutdown(kl_client *client, char const *group, kl_return_t **results);
+/* LASTSAVE: one unix time per server into *times, count in *count. */
+kl_return_t kl_lastsave(kl_client *client, unsigned int **times, size_t *count,
+                        char const *group, kl_return_t **results);
+/* INFO: one NUL-terminated text per server in a NULL-terminated *infos. */
+kl_return_t kl_info(kl_client *client, char ***infos, char const *group, kl_return_t **results);
+/* SORT key [BY by] [LIMIT offset count] [GET get1..get4] [ASC|DESC] [ALPHA] [STORE store].
+   An empty string omits its clause; count 0 omits LIMIT (a negative count means
+   "to the end"); desc != 0 sorts descending; a non-empty alpha sorts
+   lexicographically; route is a NUL-terminated routing string ("" routes by key).
+   With STORE, *count is the stored list's length and no values come back. */
+kl_return_t kl_sort_whole(kl_client *client, char ***values, size_t *count, size_t **lengths,
+                          char *key, size_t key_len, char *by, size_t by_len, size_t offset,
+                          char *route, int limit_count, int desc, char *get1, char *get2,
+                          char *get3, char *get4, char *alpha, char *store);
+
+/* ---- Lists -------------------------------------------------------------- */
+
+/* RPUSH value (ttl > 0 sets the key's TTL in the same round trip). */
+kl_return_t kl_rpush(kl_client *client, char *key, size_t key_len, char *value,
+                     size_t value_len, size_t ttl);
+/* LPUSH value (ttl as kl_rpush). */
+kl_return_t kl_lpush(kl_client *client, char *key, size_t key_len, char *value,
+                     size_t value_len, size_t ttl);
+/* LLEN into *len. */
+kl_return_t kl_llen(kl_client *client, char *key, size_t key_len, unsigned int *len);
+/* LRANGE start stop into *values / *count / *lengths. */
+kl_return_t kl_lrange_whole(kl_client *client, char *key, size_t key_len, int start, int stop,
+                            char ***values, size_t *count, size_t **lengths, char *route,
+                            size_t route_len);
+/* LTRIM start stop. */
+kl_return_t kl_ltrim(kl_client *client, char *key, size_t key_len, int start, int stop);
+/* LINDEX index into *value; KL_NOTFOUND when out of range. */
+kl_return_t kl_lindex_whole(kl_client *client, char *key, size_t key_len, int index,
+                            char **value, size_t *value_len, char *route, size_t route_len);
+/* LSET index value (ttl > 0 refreshes the key's TTL). */
+kl_return_t kl_lset(kl_client *client, char *key, size_t key_len, int index, char *value,
+                    size_t value_len, size_t ttl);
+/* LREM count value; *removed = how many were removed. */
+kl_return_t kl_lrem(kl_client *client, char *key, size_t key_len, int count, char *value,
+                    size_t value_len, unsigned int *removed);
+/* LPOP into *value; KL_NOTFOUND on an empty list. */
+kl_return_t kl_lpop_whole(kl_client *client, char *key, size_t key_len, char **value,
+                          size_t *value_len, char *route, size_t route_len);
+/* RPOP into *value; KL_NOTFOUND on an empty list. */
+kl_return_t kl_rpop_whole(kl_client *client, char *key, size_t key_len, char **value,
+                          size_t *value_len, char *route, size_t route_len);
+
+/* ---- Sets (optionally with a value per member) ------------------------- */
+
+/* SADD member (ttl as kl_rpush). */
+kl_return_t kl_sadd(kl_client *client, char *key, size_t key_len, char *member,
+                    size_t member_len, size_t ttl);
+/* SADD member and attach value to it (kept beside the set, on its server). */
+kl_return_t kl_saddval(kl_client *client, char *key, size_t key_len, char *member,
+                       size_t member_len, char *value, size_t value_len, size_t ttl);
+/* SREM member (and its value); KL_NOTFOUND when it was not a member. */
+kl_return_t kl_srem(kl_client *client, char *key, size_t key_len, char *member,
+                    size_t member_len);
+/* SPOP into *member; KL_NOTFOUND on an empty set. */
+kl_return_t kl_spop_whole(kl_client *client, char *key, size_t key_len, char **member,
+                          size_t *member_len, char *route, size_t route_len);
+/* The value attached to member. */
+kl_return_t kl_sval_whole(kl_client *client, char *key, size_t key_len, char *member,
+                          size_t member_len, char **value, size_t *value_len, char *route,
+                          size_t route_len);
+/* Members are CIDR networks (IPv4/IPv6): the value of the most specific one
+   containing ip; KL_NO_SUBNET when none does. */
+kl_return_t kl_svalfromip(kl_client *client, char const *key, size_t key_len, char const *ip,
+                          size_t ip_len, char **value, size_t *value_len);
+/* SCARD into *count. */
+kl_return_t kl_scard(kl_client *client, char *key, size_t key_len, unsigned int *count);
+/* SISMEMBER: KL_SUCCESS or KL_NOTFOUND. */
+kl_return_t kl_sismember(kl_client *client, char *key, size_t key_len, char *member,
+                         size_t member_len);
+/* KL_SUCCESS (member has a value), KL_SET_EMPTY_VALUE, KL_NOTFOUND or KL_NO_SET_KEY. */
+kl_return_t kl_sismemberval(kl_client *client, char *key, size_t key_len, char *member,
+                            size_t member_len);
+/* SUNION of keys (across servers) into *members; policy KL_*_ON_FAIL. */
+kl_return_t kl_sunion_whole(kl_client *client, char **keys, size_t count, size_t *key_lens,
+                            char ***members, size_t *member_count, size_t **member_lens,
+                            char *route, size_t route_len, int policy);
+/* SUNIONSTORE into dest; policy KL_*_ON_FAIL; ttl as kl_rpush. */
+kl_return_t kl_sunionstore(kl_client *client, char *dest, size_t dest_len, char **keys,
+                           size_t count, size_t *key_lens, int policy, size_t ttl);
+/* SMEMBERS; with SET_WITH_VALUES also *values / *value_lens (one per member). */
+kl_return_t kl_smembers_whole(kl_client *client, char const *key, size_t key_len,
+                              char ***members, size_t *count, size_t **member_lens,
+                              char const *route, size_t route_len, setFlags flags,
+                              char ***values, size_t **value_lens);
+
+/* ---- Sorted sets (optionally with a value per member) ------------------ */
+
+/* ZADD score member (ttl as kl_rpush). */
+kl_return_t kl_zadd(kl_client *client, char *key, size_t key_len, double score, char *member,
+                    size_t member_len, size_t ttl);
+/* ZADD count members with their scores. */
+kl_return_t kl_zmadd(kl_client *client, char *key, size_t key_len, double *scores,
+                     char **members, size_t count, size_t *member_lens, size_t ttl);
+/* ZADD score member and attach value to it. */
+kl_return_t kl_zaddval(kl_client *client, char *key, size_t key_len, double score,
+                       char *member, size_t member_len, char *value, size_t value_len,
+                       size_t ttl);
+/* ZADD count members with scores and values. */
+kl_return_t kl_zmaddval(kl_client *client, char *key, size_t key_len, double *scores,
+                        char **members, size_t count, size_t *member_lens, char **values,
+                        size_t *value_lens, size_t ttl);
+/* ZREM member (and its value); KL_NOTFOUND when absent. */
+kl_return_t kl_zrem(kl_client *client, char *key, size_t key_len, char *member,
+                    size_t member_len);
+/* ZREM count members; *removed = how many were present. */
+kl_return_t kl_zmrem(kl_client *client, char *key, size_t key_len, char **members,
+                     size_t count, size_t *member_lens, int *removed);
+/* ZRANGE by rank (ZSET_WITH_LIMIT: stop is a count). Flags choose *scores
+   (ZSET_WITH_SCORES), *values (ZSET_WITH_VALUES) and order (ZSET_REVERSE). */
+kl_return_t kl_zrange(kl_client *client, char *key, size_t key_len, int start, int stop,
+                      char ***members, size_t *count, size_t **member_lens, zSetFlags flags,
+                      double **scores, char ***values, size_t **value_lens);
+/* kl_zrange with a routing string. */
+kl_return_t kl_zrange_whole(kl_client *client, char *key, size_t key_len, int start, int stop,
+                            char ***members, size_t *count, size_t **member_lens, char *route,
+                            size_t route_len, zSetFlags flags, double **scores, char ***values,
+                            size_t **value_lens);
+/* ZRANGEBYSCORE min max, flags as kl_zrange. */
+kl_return_t kl_zrangebyscore(kl_client *client, char *key, size_t key_len, double min,
+                             double max, char ***members, size_t *count, size_t **member_lens,
+                             zSetFlags flags, double **scores, char ***values,
+                             size_t **value_lens);
+/* kl_zrangebyscore with a routing string. */
+kl_return_t kl_zrangebyscore_whole(kl_client *client, char *key, size_t key_len, double min,
+                                   double max, char ***members, size_t *count,
+                                   size_t **member_lens, char *route, size_t route_len,
+                                   zSetFlags flags, double **scores, char ***values,
+                                   size_t **value_lens);
+/* ZREMRANGEBYSCORE min max; *removed = how many. */
+kl_return_t kl_zremrangebyscore(kl_client *client, char *key, size_t key_len, double min,
+                                double max, unsigned int *removed);
+/* ZSCORE into *score, and the member's value (NULL when it has none). */
+kl_return_t kl_zscore(kl_client *client, char *key, size_t key_len, char *member,
+                      size_t member_len, double *score, char **value, size_t *value_len);
+/* Raises member's score to score only when higher, then sets its value. */
+kl_return_t kl_zaddvalmax(kl_client *client, char *key, size_t key_len, char *member,
+                          size_t member_len, char *value, size_t value_len, double score,
+                          size_t ttl);
+/* Keeps only the n highest-scored members (n < 0: the |n| lowest). */
+kl_return_t kl_zaddmaxinc(kl_client *client, char *key, size_t key_len, int n, size_t ttl);
+/* Removes members scored within distance of score, then adds member;
+   *evicted = the first member removed (NULL when none). */
+kl_return_t kl_zadddis(kl_client *client, char *key, size_t key_len, double score,
+                       char *member, size_t member_len, double distance, char **evicted,
+                       size_t ttl);
+/* ZCARD into *count. */
+kl_return_t kl_zcard(kl_client *client, char *key, size_t key_len, unsigned int *count);
+/* ZCOUNT min max into *count. */
+kl_return_t kl_zcount(kl_client *client, char *key, size_t key_len, double min, double max,
+                      unsigned int *count);
+/* ZINCRBY by member; new score into *score. */
+kl_return_t kl_zincrby(kl_client *client, char *key, size_t key_len, char *member,
+                       size_t member_len, double by, double *score, size_t ttl);
+/* ZRANK (ZREVRANK with ZSET_REVERSE) into *rank; ZSET_WITH_VALUES also the value. */
+kl_return_t kl_zrank(kl_client *client, char *key, size_t key_len, char *member,
+                     size_t member_len, unsigned int *rank, zSetFlags flags, char **value,
+                     size_t *value_len);
+/* ZREMRANGEBYRANK start stop; *removed = how many. */
+kl_return_t kl_zremrangebyrank(kl_client *client, char *key, size_t key_len, int start,
+                               int stop, unsigned int *removed);
+
+/* ---- Hashes -------------------------------------------------------------- */
+
+/* HSET field value (ttl as kl_rpush). */
+kl_return_t kl_hset(kl_client *client, char *key, size_t key_len, char *field, size_t field_len,
+                    char *value, size_t value_len, size_t ttl);
+/* HGET field into *value; KL_NOTFOUND when absent. */
+kl_return_t kl_hget(kl_client *client, char *key, size_t key_len, char *field, size_t field_len,
+                    char **value, size_t *value_len);
+/* kl_hget with a routing string. */
+kl_return_t kl_hget_whole(kl_client *client, char *key, size_t key_len, char *field,
+                          size_t field_len, char **value, size_t *value_len, char *route,
+                          size_t route_len);
+/* HSETNX: KL_ALREADY_EXISTS when the field exists. */
+kl_return_t kl_hsetnx(kl_client *client, char *key, size_t key_len, char *field,
+                      size_t field_len, char *value, size_t value_len, size_t ttl);
+/* HSET of count field/value pairs. */
+kl_return_t kl_hmset(kl_client *client, char *key, size_t key_len, char **fields, size_t count,
+                     size_t *field_lens, char **values, size_t *value_lens, size_t ttl);
+/* HMGET of count fields; missing fields are NULL elements. */
+kl_return_t kl_hmget(kl_client *client, char *key, size_t key_len, char **fields, size_t count,
+                     size_t *field_lens, char ***values, size_t *value_count,
+                     size_t **value_lens);
+/* kl_hmget with a routing string. */
+kl_return_t kl_hmget_whole(kl_client *client, char *key, size_t key_len, char **fields,
+                           size_t count, size_t *field_lens, char ***values,
+                           size_t *value_count, size_t **value_lens, char *route,
+                           size_t route_len);
+/* HMGET of the same fields over several keys: key_count * field_count values,
+   key-major. */
+kl_return_t kl_mhmget(kl_client *client, char **keys, size_t key_count, size_t *key_lens,
+                      char **fields, size_t field_count, size_t *field_lens, char ***values,
+                      size_t *value_count, size_t **value_lens);
+/* kl_mhmget with a routing string. */
+kl_return_t kl_mhmget_whole(kl_client *client, char **keys, size_t key_count,
+                            size_t *key_lens, char **fields, size_t field_count,
+                            size_t *field_lens, char ***values, size_t *value_count,
+                            size_t **value_lens, char *route, size_t route_len);
+/* HINCRBY field by; new value into *value. */
+kl_return_t kl_hincrby(kl_client *client, char *key, size_t key_len, char *field,
+                       size_t field_len, int by, int *value, size_t ttl);
+/* HEXISTS: KL_SUCCESS or KL_NOTFOUND. */
+kl_return_t kl_hexists(kl_client *client, char *key, size_t key_len, char *field,
+                       size_t field_len);
+/* HDEL field: KL_SUCCESS or KL_NOTFOUND. */
+kl_return_t kl_hdel(kl_client *client, char *key, size_t key_len, char *field,
+                    size_t field_len);
+/* HDEL of count fields; *deleted = how many existed. */
+kl_return_t kl_hmdel(kl_client *client, char *key, size_t key_len, char **fields, size_t count,
+                     size_t *field_lens, int *deleted);
+/* HLEN into *len. */
+kl_return_t kl_hlen(kl_client *client, char *key, size_t key_len, int *len);
+/* HGETALL: *count field/value pairs in *fields and *values. */
+kl_return_t kl_hgetall(kl_client *client, char *key, size_t key_len, size_t *count,
+                       char ***fields, size_t **field_lens, char ***values,
+                       size_t **value_lens);
+
+/* ---- Dictionaries (words with a value and a weight, prefix completion) -- */
+
+/* Adds word with value and weight (ttl as kl_rpush). */
+kl_return_t kl_dadd(kl_client *client, char *key, size_t key_len, char *word, size_t word_len,
+                    char *value, size_t value_len, unsigned int weight, size_t ttl);
+/* Adds count words with values, all with weight; *added = how many were new. */
+kl_return_t kl_dmadd(kl_client *client, char *key, size_t key_len, char **words, size_t count,
+                     size_t *word_lens, char **values, size_t *value_lens, unsigned int weight,
+                     int *added, size_t ttl);
+/* Removes word; KL_NOTFOUND when absent. */
+kl_return_t kl_drem(kl_client *client, char *key, size_t key_len, char *word, size_t word_len);
+/* The value of word; KL_NOTFOUND when absent. */
+kl_return_t kl_dget(kl_client *client, char *key, size_t key_len, char *word, size_t word_len,
+                    char **value, size_t *value_len);
+/* kl_dget with a routing string. */
+kl_return_t kl_dget_whole(kl_client *client, char *key, size_t key_len, char *word,
+                          size_t word_len, char **value, size_t *value_len, char *route,
+                          size_t route_len);
+/* Entries whose word starts with prefix, heaviest first, then in byte order. */
+kl_return_t kl_dclose(kl_client *client, char *key, size_t key_len, char *prefix,
+                      size_t prefix_len, size_t *count, char ***words, size_t **word_lens,
+                      char ***values, size_t **value_lens);
+/* kl_dclose with a routing string. */
+kl_return_t kl_dclose_whole(kl_client *client, char *key, size_t key_len, char *prefix,
+                            size_t prefix_len, size_t *count, char ***words,
+                            size_t **word_lens, char ***values, size_t **value_lens,
+                            char *route, size_t route_len);
+/* Every entry, heaviest first, then in byte order. */
+kl_return_t kl_dgetall(kl_client *client, char *key, size_t key_len, size_t *count,
+                       char ***words, size_t **word_lens, char ***values, size_t **value_lens);
+/* kl_dgetall with a routing string. */
+kl_return_t kl_dgetall_whole(kl_client *client, char *key, size_t key_len, size_t *count,
+                             char ***words, size_t **word_lens, char ***values,
+                             size_t **value_lens, char const *route, size_t route_len);
+
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KEYLOOM_H */

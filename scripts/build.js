@@ -1,0 +1,58 @@
+#!/usr/bin/env node
+'use strict';
+// Builds the client library, its test double and the addon with CMake, against
+// the headers of the Node.js that runs this script.
+//   node scripts/build.js [--sanitize] [--werror] [--build-dir DIR]
+const { execFileSync } = require('node:child_process');
+const fs = require('node:fs');
+const os = require('node:os');
+const path = require('node:path');
+
+const root = path.resolve(__dirname, '..');
+
+function nodeIncludeDir(nodeExe = process.execPath) {
+  const candidates = [
+    path.resolve(path.dirname(nodeExe), '..', 'include', 'node'),
+    '/usr/include/node',
+  ];
+  const found = candidates.find((dir) => fs.existsSync(path.join(dir, 'node.h')));
+  if (!found) throw new Error(`no Node.js headers found beside ${nodeExe}`);
+  return found;
+}
+
+function defaultBuildDir(sanitize) {
+  return path.join(root, sanitize ? 'build-asan' : 'build');
+}
+
+function build({ sanitize = false, werror = false, buildDir = defaultBuildDir(sanitize), quiet = false } = {}) {
+  const stdio = quiet ? ['ignore', 'ignore', 'inherit'] : 'inherit';
+  const include = nodeIncludeDir();
+  const cache = path.join(buildDir, 'CMakeCache.txt');
+  const wanted = [
+    `-DNODE_INCLUDE_DIR=${include}`,
+    `-DKEYLOOM_SANITIZE=${sanitize ? 'ON' : 'OFF'}`,
+    `-DKEYLOOM_WERROR=${werror ? 'ON' : 'OFF'}`,
+  ];
+  const cached = fs.existsSync(cache) ? fs.readFileSync(cache, 'utf8') : '';
+  const stale = wanted.some((def) => {
+    const [name, value] = def.slice(2).split('=');
+    return !new RegExp(`^${name}:[A-Z]+=${value.replace(/[.*+?^${}()|[\]\\]/g, '\\$&')}$`, 'm').test(cached);
+  });
+  if (stale) {
+    execFileSync('cmake', ['-S', root, '-B', buildDir, '-DCMAKE_BUILD_TYPE=Release', ...wanted], { stdio });
+  }
+  execFileSync('cmake', ['--build', buildDir, '-j', String(os.availableParallelism())], { stdio });
+  return buildDir;
+}
+
+module.exports = { build, nodeIncludeDir, defaultBuildDir };
+
+if (require.main === module) {
+  const args = process.argv.slice(2);
+  const dirIndex = args.indexOf('--build-dir');
+  build({
+    sanitize: args.includes('--sanitize'),
+    werror: args.includes('--werror'),
+    buildDir: dirIndex >= 0 ? path.resolve(args[dirIndex + 1]) : undefined,
+  });
+}

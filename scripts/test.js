@@ -1,0 +1,89 @@
+#!/usr/bin/env node
+'use strict';
+// `npm test`: installs what is missing, builds what is stale, runs every suite and
+// prints one closing line with the totals.
+//   node scripts/test.js [--sanitize] [suite-name ...]
+const { spawnSync, execFileSync } = require('node:child_process');
+const fs = require('node:fs');
+const os = require('node:os');
+const path = require('node:path');
+const { build } = require('./build');
+
+const root = path.resolve(__dirname, '..');
+const args = process.argv.slice(2);
+const sanitize = args.includes('--sanitize');
+const only = args.filter((a) => !a.startsWith('--'));
+
+execFileSync('bash', [path.join(__dirname, 'install-deps.sh')], { stdio: 'inherit' });
+const buildDir = build({ sanitize, werror: true });
+
+// Every suite: a folder of node:test files, or the C++ tests under CTest.
+// `probe: true` suites run the addon against the test double of the library.
+const suites = [
+  { name: 'library', ctest: true },
+  { name: 'addon', dir: 'test/addon', probe: true },
+  { name: 'e2e', dir: 'test/e2e' },
+  { name: 'client', dir: 'test/client' },
+  { name: 'reliability', dir: 'test/reliability' },
+  { name: 'docs', dir: 'test/docs' },
+];
+
+function testFiles(dir) {
+  const abs = path.join(root, dir);
+  if (!fs.existsSync(abs)) return [];
+  return fs.readdirSync(abs).filter((f) => f.endsWith('.test.js')).sort().map((f) => path.join(abs, f));
+}
+
+function sanitizerEnv() {
+  if (!sanitize) return {};
+  const lib = (name) => execFileSync('g++', [`-print-file-name=${name}`], { encoding: 'utf8' }).trim();
+  return {
+    LD_PRELOAD: [lib('libasan.so'), lib('libubsan.so')].join(' '),
+    ASAN_OPTIONS: `detect_leaks=1:suppressions=${path.join(root, 'test/sanitizer/asan.supp')}`,
+    LSAN_OPTIONS: `suppressions=${path.join(root, 'test/sanitizer/lsan.supp')}:print_suppressions=0`,
+    UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
+  };
+}
+
+function runNodeSuite(suite) {
+  const files = testFiles(suite.dir);
+  if (files.length === 0) return null;
+  const tap = path.join(os.tmpdir(), `keyloom-${suite.name}-${process.pid}.tap`);
+  const env = { ...process.env, ...sanitizerEnv(), KEYLOOM_BUILD_DIR: buildDir };
+  if (suite.probe) env.LD_LIBRARY_PATH = path.join(buildDir, 'probe');
+  const result = spawnSync(process.execPath, [
+    '--expose-gc', '--test', '--test-timeout=600000',
+    '--test-reporter=spec', '--test-reporter-destination=stdout',
+    '--test-reporter=tap', `--test-reporter-destination=${tap}`,
+    ...files,
+  ], { cwd: root, env, stdio: 'inherit' });
+  const text = fs.existsSync(tap) ? fs.readFileSync(tap, 'utf8') : '';
+  fs.rmSync(tap, { force: true });
+  const count = (word) => Number((text.match(new RegExp(`^# ${word} (\\d+)$`, 'm')) || [0, 0])[1]);
+  return { passed: count('pass'), failed: count('fail') + (result.status === 0 ? 0 : count('fail') === 0 ? 1 : 0) };
+}
+
+function runCtest() {
+  if (!fs.existsSync(path.join(buildDir, 'CTestTestfile.cmake'))) return null;
+  const result = spawnSync('ctest', ['--test-dir', buildDir, '--output-on-failure', '-j', '2'],
+    { cwd: root, env: { ...process.env }, encoding: 'utf8' });
+  process.stdout.write(result.stdout);
+  process.stderr.write(result.stderr);
+  const m = result.stdout.match(/(\d+)% tests passed, (\d+) tests failed out of (\d+)/);
+  if (!m) return { passed: 0, failed: result.status === 0 ? 0 : 1 };
+  return { passed: Number(m[3]) - Number(m[2]), failed: Number(m[2]) };
+}
+
+let passed = 0;
+let failed = 0;
+for (const suite of suites) {
+  if (only.length && !only.includes(suite.name)) continue;
+  console.log(`\n=== ${suite.name} ===`);
+  const r = suite.ctest ? runCtest() : runNodeSuite(suite);
+  if (!r) { console.log('(no tests)'); continue; }
+  console.log(`=== ${suite.name}: ${r.passed} passed, ${r.failed} failed ===`);
+  passed += r.passed;
+  failed += r.failed;
+}
+console.log(`\nkeyloom: ${passed} passed, ${failed} failed`);
+process.exit(failed === 0 && passed > 0 ? 0 : 1);
