@@ -1,0 +1,192 @@
+// The library's internal interface: what every command family builds on.
+//
+// A command family (strings, lists, sets, ...) turns its arguments into one or
+// more Commands, hands them to run_write() / run_read() / run_multi() with the
+// key (or routing string) that picks the server, and interprets the replies in
+// a callback. Connections, fail-over across groups, the dirty bit, locking and
+// logging all live behind these calls.
+#pragma once
+
+#include <hiredis/hiredis.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "keyloom.h"
+
+namespace keyloom {
+
+// ---- Commands ------------------------------------------------------------
+
+// One command as an argument vector. Views passed to arg() are borrowed and
+// must outlive the run_* call; numbers are formatted into storage the command
+// owns.
+class Command {
+ public:
+  Command() = default;
+  explicit Command(std::string_view name) { arg(name); }
+  Command &arg(const char *data, size_t len) {
+    argv_.push_back(data);
+    argvlen_.push_back(len);
+    return *this;
+  }
+  Command &arg(std::string_view s) { return arg(s.data(), s.size()); }
+  Command &arg_int(long long v);   // decimal text
+  Command &arg_double(double v);   // "%.17g", "inf", "-inf"
+  Command &arg_owned(std::string s);  // a copy the command keeps
+  int argc() const { return static_cast<int>(argv_.size()); }
+  const char **argv() { return argv_.data(); }
+  const size_t *argvlen() const { return argvlen_.data(); }
+
+ private:
+  std::vector<const char *> argv_;
+  std::vector<size_t> argvlen_;
+  std::deque<std::string> owned_;  // deque: element addresses stay valid
+};
+
+struct ReplyDeleter {
+  void operator()(redisReply *r) const {
+    if (r) freeReplyObject(r);
+  }
+};
+using Reply = std::unique_ptr<redisReply, ReplyDeleter>;
+using Replies = std::vector<Reply>;
+
+// ---- Server-side scripts -------------------------------------------------
+
+// A Lua script run with EVALSHA, falling back to EVAL (and caching) when the
+// server answers NOSCRIPT. Define each as a static object next to its family.
+struct Script {
+  const char *source;
+  std::string sha1;  // hex SHA-1 of source, computed on first use
+};
+// Appends EVALSHA <sha> <numkeys> keys... args... to cmd; the runner retries
+// with EVAL transparently on NOSCRIPT.
+Command &script_call(Command &cmd, Script &script, std::initializer_list<std::string_view> keys,
+                     std::initializer_list<std::string_view> args);
+
+// ---- Keys ----------------------------------------------------------------
+
+// A key as sent to the server: the prefix of the selected logical database
+// (kl_set_database_key) followed by the caller's bytes. No copy when there is
+// no prefix.
+class Key {
+ public:
+  Key(const kl_client *client, const char *key, size_t len);
+  std::string_view view() const { return view_; }
+  const char *data() const { return view_.data(); }
+  size_t size() const { return view_.size(); }
+
+ private:
+  std::string storage_;
+  std::string_view view_;
+};
+
+// The bytes that choose the server: the routing string when route_len > 0,
+// else the key (without the database prefix, so a prefix never moves keys).
+struct Route {
+  const char *data;
+  size_t len;
+};
+inline Route route_of(const char *key, size_t key_len, const char *route = nullptr,
+                      size_t route_len = 0) {
+  return (route && route_len > 0) ? Route{route, route_len} : Route{key, key_len};
+}
+
+// ---- Running commands ----------------------------------------------------
+
+// Interprets the replies of one server (one per Command, in order; an error
+// reply is a REDIS_REPLY_ERROR element, never a null). `fill` is true for
+// exactly one server per call, the one whose answer the caller gets: only then
+// may the callback write the caller's output cells. Returns the command's code.
+using Interpret = std::function<kl_return_t(Replies &replies, bool fill)>;
+
+// Runs cmds as one pipelined batch on the route's server in every group.
+// The result is the code of the first group that answered; when another group
+// failed (down, connection lost, time-out) and at least one succeeded, KL_DIRTY
+// is set on it. All groups down: KL_SERVER_DOWN (one group) or
+// KL_ALL_GROUP_SERVERS_DOWN (several). No server: KL_NO_SERVER_ATTACHED.
+kl_return_t run_write(kl_client *client, Route route, std::vector<Command> &cmds,
+                      const Interpret &interpret);
+
+// Runs cmds as one pipelined batch on the route's server of the first group
+// (in creation order) whose server is up; fails over to the next group on a
+// connection failure. Codes as run_write, never dirty.
+kl_return_t run_read(kl_client *client, Route route, std::vector<Command> &cmds,
+                     const Interpret &interpret);
+
+// Multi-key work: item i is routed by routes[i] and sent as cmds[i]. Items are
+// grouped by server, one pipelined batch per server, every batch sent before
+// any reply is read. on_reply(i, reply) is called once per item with its reply
+// (null when its server failed). Reads use the first group that is up per
+// server (fail-over per item); writes go to every group and on_reply gets the
+// first group's reply. policy: KL_NULL_ON_FAIL (any failure fails the call:
+// the failure code, and on_reply is not called at all), KL_BEST_EFFORT_ON_FAIL
+// (on_reply gets null for failed items; result KL_PARTIAL_RESULT when any
+// failed). Writes report KL_DIRTY as run_write does.
+enum class Access { read, write };
+kl_return_t run_multi(kl_client *client, Access access, const std::vector<Route> &routes,
+                      std::vector<Command> &cmds, int policy,
+                      const std::function<void(size_t i, redisReply *reply)> &on_reply);
+
+// Per-server administration: runs cmd on every server of the named group (null
+// or empty: every group, in group order; a non-empty `server` "host:port"
+// narrows it to that one server). on_reply(server_index, reply) gets each
+// server's reply (null when it failed). When results is not null, *results
+// receives one code per server addressed (allocated with the client's memory
+// manager). Returns KL_SUCCESS when every server succeeded, else the first
+// failure's code (KL_PARTIAL_RESULT when some succeeded).
+kl_return_t run_each_server(kl_client *client, const char *group, std::string_view server,
+                            Command &cmd, kl_return_t **results,
+                            const std::function<kl_return_t(size_t server_index,
+                                                            redisReply *reply)> &on_reply);
+
+// ---- Replies into the caller's cells ---------------------------------------
+
+// Allocation with the client's memory manager (the C library's when none).
+void *mm_malloc(const kl_client *client, size_t size);
+void *mm_calloc(const kl_client *client, size_t count, size_t size);
+void mm_free(const kl_client *client, void *ptr);
+
+// A NUL-terminated copy of data in *out and its length in *len (either may be
+// null: then nothing is written to it). KL_MEMORY_FAILURE when out of memory.
+kl_return_t put_bytes(const kl_client *client, const char *data, size_t len, char **out,
+                      size_t *len_out);
+// The string/status/integer (as text) of reply; a nil reply gives KL_NOTFOUND
+// and writes nothing; an error reply KL_SERVER_ERROR; other types
+// KL_WRONG_REPLY.
+kl_return_t put_reply_string(const kl_client *client, const redisReply *reply, char **out,
+                             size_t *len_out);
+// An array of n values (null entries / nil elements become a null element with
+// length SIZE_MAX) into *out, *lens and *count (each may be null).
+kl_return_t put_string_array(const kl_client *client, const redisReply *const *elements,
+                             size_t n, char ***out, size_t *count, size_t **lens);
+
+// ---- Reply checks ----------------------------------------------------------
+
+// KL_SERVER_ERROR for an error reply, KL_WRONG_REPLY for another type than
+// expected, else KL_SUCCESS.
+kl_return_t expect_type(const redisReply *reply, int type);
+// Integer of an integer reply (or a numeric string reply); false otherwise.
+bool reply_integer(const redisReply *reply, long long *value);
+// Double of a string/double reply; false otherwise.
+bool reply_double(const redisReply *reply, double *value);
+
+}  // namespace keyloom
+
+// ---- Argument checks shared by every family ---------------------------------
+
+#define KL_REQUIRE_CLIENT(client) \
+  do {                            \
+    if (!(client)) return KL_INVALID_CLIENT; \
+  } while (0)
+#define KL_REQUIRE(cond)                      \
+  do {                                        \
+    if (!(cond)) return KL_INVALID_PARAMETER; \
+  } while (0)
