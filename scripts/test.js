@@ -2,7 +2,7 @@
 'use strict';
 // `npm test`: installs what is missing, builds what is stale, runs every suite and
 // prints one closing line with the totals.
-//   node scripts/test.js [--sanitize] [suite-name ...]
+//   node scripts/test.js [--sanitize] [--build-dir DIR] [suite-name ...]
 const { spawnSync, execFileSync } = require('node:child_process');
 const fs = require('node:fs');
 const os = require('node:os');
@@ -12,10 +12,12 @@ const { build } = require('./build');
 const root = path.resolve(__dirname, '..');
 const args = process.argv.slice(2);
 const sanitize = args.includes('--sanitize');
-const only = args.filter((a) => !a.startsWith('--'));
+const dirIndex = args.indexOf('--build-dir');
+const requestedBuildDir = dirIndex >= 0 ? path.resolve(args[dirIndex + 1]) : undefined;
+const only = args.filter((a, i) => !a.startsWith('--') && (dirIndex < 0 || i !== dirIndex + 1));
 
 execFileSync('bash', [path.join(__dirname, 'install-deps.sh')], { stdio: 'inherit' });
-const buildDir = build({ sanitize, werror: true });
+const buildDir = build({ sanitize, werror: true, buildDir: requestedBuildDir });
 
 // Every suite: a folder of node:test files, or the C++ tests under CTest.
 // `probe: true` suites run the addon against the test double of the library.
