@@ -15,6 +15,10 @@ target_link_libraries(keyloom_addon PRIVATE keyloom)
 set_target_properties(keyloom_addon PROPERTIES
   PREFIX "" SUFFIX ".node" OUTPUT_NAME keyloom
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/Release
+  CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
   BUILD_RPATH "\$ORIGIN/../lib" INSTALL_RPATH "\$ORIGIN/../lib"
   BUILD_WITH_INSTALL_RPATH ON)
-target_link_options(keyloom_addon PRIVATE -Wl,--enable-new-dtags)
+# --no-as-needed: the addon always records libkeyloom.so.1 as NEEDED, so that
+# the library (or its test double) is loaded with it and binds lazily, even
+# while the library built here does not define every function yet.
+target_link_options(keyloom_addon PRIVATE -Wl,--enable-new-dtags -Wl,--no-as-needed)

@@ -24,6 +24,8 @@ namespace keyloom {
 
 // ---- Commands ------------------------------------------------------------
 
+struct Script;
+
 // One command as an argument vector. Views passed to arg() are borrowed and
 // must outlive the run_* call; numbers are formatted into storage the command
 // owns.
@@ -31,6 +33,12 @@ class Command {
  public:
   Command() = default;
   explicit Command(std::string_view name) { arg(name); }
+  // Copies point their owned arguments at their own storage; moves keep the
+  // deque's elements in place (noexcept, so std::vector moves, not copies).
+  Command(const Command &other);
+  Command &operator=(const Command &other);
+  Command(Command &&) noexcept = default;
+  Command &operator=(Command &&) noexcept = default;
   Command &arg(const char *data, size_t len) {
     argv_.push_back(data);
     argvlen_.push_back(len);
@@ -43,11 +51,22 @@ class Command {
   int argc() const { return static_cast<int>(argv_.size()); }
   const char **argv() { return argv_.data(); }
   const size_t *argvlen() const { return argvlen_.data(); }
+  // Set by script_call(): the script this command runs, and the index of its
+  // EVALSHA argument (the digest follows it).
+  void set_script(const Script *script, int evalsha_index) {
+    script_ = script;
+    script_index_ = evalsha_index;
+  }
+  const Script *script() const { return script_; }
+  int script_index() const { return script_index_; }
 
  private:
   std::vector<const char *> argv_;
   std::vector<size_t> argvlen_;
   std::deque<std::string> owned_;  // deque: element addresses stay valid
+  std::vector<int> owned_args_;    // argument index of owned_[k]
+  const Script *script_ = nullptr;
+  int script_index_ = -1;
 };
 
 struct ReplyDeleter {
@@ -68,8 +87,11 @@ struct Script {
 };
 // Appends EVALSHA <sha> <numkeys> keys... args... to cmd; the runner retries
 // with EVAL transparently on NOSCRIPT.
+// More args may be appended to cmd afterwards (they follow the keys).
 Command &script_call(Command &cmd, Script &script, std::initializer_list<std::string_view> keys,
                      std::initializer_list<std::string_view> args);
+// The script's hex SHA-1 (computed once, thread-safe).
+const std::string &script_digest(Script &script);
 
 // ---- Keys ----------------------------------------------------------------
 
@@ -79,6 +101,16 @@ Command &script_call(Command &cmd, Script &script, std::initializer_list<std::st
 class Key {
  public:
   Key(const kl_client *client, const char *key, size_t len);
+  // Copies and moves keep pointing at their own storage (or the caller's
+  // bytes when there is no prefix).
+  Key(const Key &o) : storage_(o.storage_), view_(o.storage_.empty() ? o.view_ : storage_) {}
+  Key(Key &&o) noexcept
+      : storage_(std::move(o.storage_)), view_(storage_.empty() ? o.view_ : storage_) {}
+  Key &operator=(Key o) noexcept {
+    storage_ = std::move(o.storage_);
+    view_ = storage_.empty() ? o.view_ : std::string_view(storage_);
+    return *this;
+  }
   std::string_view view() const { return view_; }
   const char *data() const { return view_.data(); }
   size_t size() const { return view_.size(); }

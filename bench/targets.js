@@ -1,0 +1,81 @@
+'use strict';
+// The targets keyloom is held to, each computed from one run's medians, and the
+// reason (from the instruction profiles in bench/PROFILE.md) shown when one is missed.
+const MiB = 1048576;
+
+// median of contender `name` in workload `id`, or NaN
+const m = (R, id, name) => R.workloads[id]?.contenders[name]?.median ?? NaN;
+
+function ratioTarget(id, text, num, den, cmp, bound, reason) {
+  return {
+    id, text, reason,
+    compute(R) {
+      const value = m(R, num[0], num[1]) / m(R, den[0], den[1]);
+      return { value, shown: Number.isFinite(value) ? `${value.toFixed(2)}x` : 'not measured',
+        ok: Number.isFinite(value) ? (cmp === '<=' ? value <= bound : cmp === '>' ? value > bound : value >= bound) : null };
+    },
+  };
+}
+
+const REASON = {
+  call: 'see PROFILE.md, "Call overhead"',
+  rt: 'see PROFILE.md, "One command per round trip"',
+  mget: 'see PROFILE.md, "Multi-key reads"',
+  mem: 'see PROFILE.md, "Memory"',
+};
+
+function targets() {
+  const list = [
+    ratioTarget('T1', 'trivial export (intp_value) <= 1.5x an empty native callback, ns/call',
+      ['call-trivial', 'keyloom intp_value'], ['call-trivial', 'empty native callback'], '<=', 1.5, REASON.call),
+    ratioTarget('T2', 'kl_exists(null) through keyloom <= 0.5x koffi calling the same C function, ns/call',
+      ['call-exists', 'keyloom kl_exists(null)'], ['call-exists', 'koffi kl_exists(null)'], '<=', 0.5, REASON.call),
+  ];
+  for (const id of ['get-3', 'get-1024', 'set-3', 'set-1024']) {
+    list.push(ratioTarget(`T3 ${id}`, `${id}: exact layer >= 0.9x the hiredis loop`,
+      [id, 'keyloom exact'], [id, 'hiredis (C)'], '>=', 0.9, REASON.rt));
+  }
+  for (const id of ['get-3', 'get-1024', 'set-3', 'set-1024']) {
+    list.push(ratioTarget(`T4 ${id}`, `${id}: idiomatic client >= 0.8x the hiredis loop`,
+      [id, 'keyloom client'], [id, 'hiredis (C)'], '>=', 0.8, REASON.rt));
+  }
+  for (const id of ['get-3', 'get-1024', 'set-3', 'set-1024']) {
+    list.push(ratioTarget(`T5 ${id}`, `${id}: exact layer beats ioredis awaited one at a time`,
+      [id, 'keyloom exact'], [id, 'ioredis'], '>', 1, REASON.rt));
+    list.push(ratioTarget(`T5i ${id}`, `${id}: idiomatic client beats ioredis awaited one at a time`,
+      [id, 'keyloom client'], [id, 'ioredis'], '>', 1, REASON.rt));
+  }
+  list.push(
+    ratioTarget('T6', 'MGET 100 keys, 1 server: exact layer >= 0.85x hiredis',
+      ['mget-100-s1', 'keyloom exact'], ['mget-100-s1', 'hiredis (C)'], '>=', 0.85, REASON.mget),
+    ratioTarget('T7a', 'MGET 100 keys, 1 server: exact layer >= 2x ioredis mget',
+      ['mget-100-s1', 'keyloom exact'], ['mget-100-s1', 'ioredis'], '>=', 2, REASON.mget),
+    ratioTarget('T7b', 'MGET 100 keys, 1 server: exact layer >= 2x node-redis mGet',
+      ['mget-100-s1', 'keyloom exact'], ['mget-100-s1', 'node-redis'], '>=', 2, REASON.mget),
+    ratioTarget('T8', 'MGET 100 keys: exact layer over 4 servers >= over 1 server (keys/s)',
+      ['mget-100-s4', 'keyloom exact'], ['mget-100-s1', 'keyloom exact'], '>=', 1, REASON.mget),
+    ratioTarget('T8b', 'GET 3 B over 8 servers >= 0.9x over 1 server (exact layer, cost per command flat)',
+      ['servers-8', 'keyloom exact'], ['servers-1', 'keyloom exact'], '>=', 0.9, REASON.rt),
+    {
+      id: 'T9', text: 'process memory flat after warm-up over the operation mix (growth <= 1 MiB)', reason: REASON.mem,
+      compute(R) {
+        const f = R.memory?.flat;
+        if (!f || !Number.isFinite(f.growth)) return { shown: f?.error ? 'error' : 'not measured', ok: null };
+        return { value: f.growth, ok: f.growth <= MiB,
+          shown: `${(f.growth / 1024).toFixed(0)} KiB over ${f.ops - f.warmOps} ops` };
+      },
+    },
+    {
+      id: 'T10', text: '1,000-key multi-get (1 KiB values) peaks at <= 2x its payload', reason: REASON.mem,
+      compute(R) {
+        const p = R.memory?.peak;
+        if (!p || !Number.isFinite(p.peakBytes)) return { shown: p?.error ? 'error' : 'not measured', ok: null };
+        const value = p.peakBytes / p.payload;
+        return { value, ok: value <= 2, shown: `${value.toFixed(2)}x (${(p.peakBytes / MiB).toFixed(2)} MiB)` };
+      },
+    },
+  );
+  return list;
+}
+
+module.exports = { targets };

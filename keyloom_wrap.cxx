@@ -1,0 +1,581 @@
+// keyloom.node: the module entry, the 54 constants, the module's own helper
+// functions and the wrapper table of the client library (design Parts 1.1,
+// 1.2, 4.1 to 4.4 and 5.1 to 5.10).
+//
+// Every exported function is one line of the table kFunctions below, in the
+// order of the design: the exported name, the C function it calls, the kind of
+// its result and the kinds of its arguments (runtime/arg_kinds.h). The one
+// wrapper template (runtime/wrapper.h) does the rest, and refuses to compile a
+// line whose kinds do not spell the C declaration in include/keyloom.h.
+//
+// Ownership at a glance: no proxy owns C memory. Cells and arrays live until
+// their delete_ function; replies are released with kl_free_php_reply_p/_pp;
+// a client lives until kl_client_destroy. String arguments are copied for the
+// call and freed after it (not on a failure exit, by design); the value of
+// kl_set_binary is handed over to the library and never freed here.
+#include <node.h>
+#include <node_version.h>
+#include <v8.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "keyloom.h"
+#include "runtime/arg_kinds.h"
+#include "runtime/compat.h"
+#include "runtime/errors.h"
+#include "runtime/proxy.h"
+#include "runtime/registry.h"
+#include "runtime/wrapper.h"
+
+using namespace keyloom;  // the kinds: Client, CharP, Size, RCode ...
+
+namespace {
+
+// ---- Typed pointer cells (Part 4.1) --------------------------------------------
+// One template per operation, instantiated per family. Cells come from the
+// single-object new and go with the single-object delete; a new cell is zeroed.
+
+template <class T>
+T* cell_new() {
+  return new T();
+}
+template <class T>
+T* cell_copy(T value) {
+  return new T(value);
+}
+template <class T>
+void cell_delete(T* cell) {
+  if (cell) delete cell;
+}
+template <class T>
+void cell_assign(T* cell, T value) {  // no null check, by design
+  *cell = value;
+}
+template <class T>
+T cell_value(T* cell) {  // no null check, by design
+  return *cell;
+}
+
+// The char cells come from malloc and go with free. The string a charpp cell
+// points to is not freed (replies are released with Part 4.4).
+char** new_charpp() {
+  auto** cell = static_cast<char**>(std::malloc(sizeof(char*)));
+  *cell = nullptr;
+  return cell;
+}
+void delete_charpp(char** cell) {
+  if (cell) std::free(cell);
+}
+char*** new_charppp() {
+  auto*** cell = static_cast<char***>(std::malloc(sizeof(char**)));
+  *cell = nullptr;
+  return cell;
+}
+void delete_charppp(char*** cell) {
+  if (cell) std::free(cell);
+}
+// free() of whatever the pointer is. For a JavaScript string argument the
+// wrapper then releases its temporary copy as after every char * argument,
+// which frees it a second time: kept as designed (meant for _p_char and null).
+// Not inlined, so that the compiler does not flag the designed double free.
+[[gnu::noinline]] void delete_charp(char* pointer) { std::free(pointer); }
+
+// ---- Typed arrays (Part 4.2) --------------------------------------------------------
+// calloc'd, zero-filled, released with free; counts and indexes are ints
+// widened with their sign, never range-checked.
+
+template <class T>
+T* array_new(int count) {
+  return static_cast<T*>(std::calloc(static_cast<size_t>(count), sizeof(T)));
+}
+template <class T>
+void array_delete(T* array) {
+  if (array) std::free(array);
+}
+template <class T>
+void array_set(T* array, int index, T value) {
+  array[index] = value;
+}
+template <class T>
+T array_get(T* array, int index) {
+  return array[index];
+}
+
+// A charp_array owns its elements: zero-terminated calloc'd copies.
+void delete_charp_array(char** array, int count) {
+  if (!array) return;
+  for (int i = 0; i < count; ++i) {
+    if (array[i]) {
+      std::free(array[i]);
+      array[i] = nullptr;
+    }
+  }
+  std::free(array);
+}
+// Copies exactly length bytes of text (the caller's length, not the text's).
+void charp_array_set(char** array, int index, char* text, int length) {
+  if (array[index]) {
+    std::free(array[index]);
+    array[index] = nullptr;
+  }
+  int size = static_cast<int>(static_cast<unsigned int>(length) + 1u);
+  array[index] = static_cast<char*>(std::calloc(static_cast<size_t>(size), 1));
+  std::memcpy(array[index], text, static_cast<size_t>(length));
+}
+
+// ---- Reply readers (Part 4.3) ------------------------------------------------------
+// Length conventions: SIZE_MAX no value; 0 measure the zero-terminated text and
+// write the length back; and, for the plain readers only, 4 with "_NL_" a
+// missing value and 1 with a zero byte an empty value (both write back 0).
+
+template <bool Raw>
+Latin1Text read_text(char* text, size_t* length) {
+  if (*length == SIZE_MAX) return {nullptr, 0};
+  if constexpr (!Raw) {
+    if (*length == 1 && text[0] == '\0') {
+      *length = 0;
+      return {text, 0};
+    }
+    if (*length == 4 && std::memcmp(text, "_NL_", 4) == 0) {
+      *length = 0;
+      return {nullptr, 0};
+    }
+  }
+  if (*length == 0) *length = std::strlen(text);
+  return {text, *length};
+}
+
+template <bool Raw>
+Latin1Text charpp_value(char** cell, size_t* length) {
+  if (!cell || !*cell || !length) return {nullptr, 0};
+  return read_text<Raw>(*cell, length);
+}
+
+template <bool Raw>
+Latin1Text charppp_value(char*** cell, size_t** lengths, int index) {
+  if (!cell || !*cell) return {nullptr, 0};
+  size_t scratch = 0;  // no length array: measure, write nothing of the caller's
+  size_t* slot = &scratch;
+  if (lengths) {
+    if (!*lengths) return {nullptr, 0};
+    slot = &(*lengths)[index];
+  }
+  char* text = (*cell)[index];
+  if (!text) return {nullptr, 0};
+  return read_text<Raw>(text, slot);
+}
+
+// Element index of the array held in the cell (0 for a null array); the cell
+// itself is not tested for null.
+template <class T>
+T index_value(T** cell, int index) {
+  T* array = *cell;
+  if (!array) return T(0);
+  return array[index];
+}
+
+// The cell's address as a char **, for the release functions.
+template <class T>
+char** to_charpp(T** cell) {
+  return reinterpret_cast<char**>(cell);
+}
+
+kl_return_t** new_empty_kl_return_tpp() { return nullptr; }
+
+// ---- Memory manager and reply release (Part 4.4) --------------------------------------
+
+kl_mm_t* new_mm() { return nullptr; }
+
+// Through the record's release function (its fourth member); no null tests.
+void kl_free_reply_p(char** reply, kl_mm_t* mm) { mm->free(reply); }
+void kl_free_reply_pp(char*** reply, unsigned int count, kl_mm_t* mm) {
+  if (!reply) return;
+  for (unsigned int i = 0; i < count; ++i) mm->free(reply[i]);
+  mm->free(reply);
+}
+
+// ---- Flag helpers (Part 5.3) ----------------------------------------------------------
+
+static_assert(KL_DURABLE_TTL_BIT == 0x80000000u && KL_COMMIT_BIT == 0x40000000u);
+int DURABLE_TTL(int ttl) { return static_cast<int>(static_cast<unsigned int>(ttl) | 0x80000000u); }
+int COMMIT(int ttl) { return static_cast<int>(static_cast<unsigned int>(ttl) | 0x40000000u); }
+
+// ---- Result kinds used by the table ----------------------------------------------------
+
+template <class PtrKind>
+using RProxyOf = RProxy<typename PtrKind::c_type, PtrKind::desc>;
+
+// ---- Constants (Part 1.2) ---------------------------------------------------------------
+// Name and the design's value; the value compiled in is the library's, and the
+// two must agree.
+#define KEYLOOM_CONSTANTS(X)                                                              \
+  X(KL_SUCCESS, 0) X(KL_ERROR, 1) X(KL_PTHREAD_OP_FAILURE, 2) X(KL_MEMORY_FAILURE, 3)     \
+  X(KL_CONNECTION_FAILURE, 4) X(KL_INVALID_CLIENT, 5) X(KL_INVALID_COMMAND, 6)            \
+  X(KL_SERVER_ERROR, 7) X(KL_SERVER_DOWN, 8) X(KL_UNKNOWN_REPLY, 9)                       \
+  X(KL_WRONG_REPLY, 10) X(KL_TTL_ALREADY_SET, 11) X(KL_ALREADY_EXISTS, 12)                \
+  X(KL_NOTFOUND, 13) X(KL_NO_SERVER_ATTACHED, 14) X(KL_INVALID_PARAMETER, 15)             \
+  X(KL_PARTIAL_RESULT, 16) X(KL_NO_SET_KEY, 17) X(KL_SET_EMPTY_VALUE, 18)                 \
+  X(KL_NO_SUBNET, 19) X(KL_ALL_GROUP_SERVERS_DOWN, 20) X(KL_DIRTY, 128)                   \
+  X(KL_DISTRIBUTION_MODULA, 0) X(KL_DISTRIBUTION_CONSISTENT, 1)                           \
+  X(KL_DISTRIBUTION_CONSISTENT_KETAMA, 2) X(KL_HASH_DEFAULT, 0) X(KL_HASH_MD5, 1)         \
+  X(KL_HASH_CRC, 2) X(KL_HASH_FNV1_64, 3) X(KL_HASH_FNV1A_64, 4) X(KL_HASH_FNV1_32, 5)    \
+  X(KL_HASH_FNV1A_32, 6) X(KL_HASH_HSIEH, 7) X(KL_HASH_MURMUR, 8)                         \
+  X(CLIENT_VERSION_AUTO, 3) X(CLIENT_VERSION_1, 1) X(CLIENT_VERSION_2, 2)                 \
+  X(SET_DEFAULT, 0) X(SET_WITH_VALUES, 2) X(ZSET_DEFAULT, 0) X(ZSET_WITH_SCORES, 1)       \
+  X(ZSET_WITH_VALUES, 2) X(ZSET_WITH_LIMIT, 4) X(ZSET_REVERSE, 8) X(KL_FLAG_NONE, 1)      \
+  X(KL_FLAG_RECURSIVE, 2) X(KL_FLAG_SHARED, 4) X(KL_NULL_ON_FAIL, 1)                      \
+  X(KL_BEST_EFFORT_ON_FAIL, 2) X(KL_LEVEL_ERROR, 1) X(KL_LEVEL_DEBUG, 2)                  \
+  X(KL_LEVEL_EVENT, 4) X(KL_LEVEL_NOTICE, 8) X(KL_LEVEL_WARNING, 16)
+
+#define KEYLOOM_CHECK_CONSTANT(NAME, VALUE) \
+  static_assert(static_cast<int32_t>(NAME) == (VALUE), #NAME " differs from the design");
+KEYLOOM_CONSTANTS(KEYLOOM_CHECK_CONSTANT)
+#undef KEYLOOM_CHECK_CONSTANT
+
+// The getters _wrap_KL_SUCCESS ...: a fresh integer on every read.
+#define KEYLOOM_CONSTANT_GETTER(NAME, VALUE)                                           \
+  void _wrap_##NAME(v8::Local<v8::Name>, const v8::PropertyCallbackInfo<v8::Value>& info) { \
+    info.GetReturnValue().Set(static_cast<int32_t>(NAME));                              \
+  }
+KEYLOOM_CONSTANTS(KEYLOOM_CONSTANT_GETTER)
+#undef KEYLOOM_CONSTANT_GETTER
+
+struct ConstantEntry {
+  const char* name;
+  v8::AccessorNameGetterCallback getter;
+};
+
+#define KEYLOOM_CONSTANT_ENTRY(NAME, VALUE) {#NAME, _wrap_##NAME},
+const ConstantEntry kConstants[] = {KEYLOOM_CONSTANTS(KEYLOOM_CONSTANT_ENTRY)};
+#undef KEYLOOM_CONSTANT_ENTRY
+static_assert(sizeof kConstants / sizeof kConstants[0] == 54);
+
+// The setter of every constant: refuses the write.
+void JS_veto_set_variable(v8::Local<v8::Name> property, v8::Local<v8::Value>,
+                          const v8::PropertyCallbackInfo<void>& info) {
+  char buffer[256] = "";
+  char message[512];
+  if (property->IsString()) {
+    compat::WriteUtf8(info.GetIsolate(), property.As<v8::String>(), buffer, sizeof buffer);
+  }
+  int res = std::snprintf(message, sizeof message, "Tried to write read-only variable: %s.", buffer);
+  if (res < 0) {
+    SWIGV8_ErrorHandler.error(SWIG_ERROR, "Tried to write read-only variable.");
+  } else {
+    SWIGV8_ErrorHandler.error(SWIG_ERROR, message);
+  }
+}
+
+// ---- The functions, in the order of the exports object (Part 1.1) ------------------------
+
+// KL_EXPORT(exported name, C function, result kind, argument kinds...)
+#define KL_EXPORT(NAME, FN, RESULT, ...) \
+  FunctionEntry{#NAME, &Wrapper<#NAME, &FN, RESULT __VA_OPT__(, ) __VA_ARGS__>::Call}
+// A library command under its own name, returning its code.
+#define KL_CMD(FN, ...) KL_EXPORT(FN, FN, RCode, __VA_ARGS__)
+
+// The five functions of a cell family X holding a T: new_X, copy_X, delete_X,
+// X_assign and X_value. VALUE is the kind of a T argument, CELL of a T *, and
+// RESULT how X_value returns a T.
+#define KL_CELL_FAMILY(X, T, VALUE, CELL, RESULT)                 \
+  KL_EXPORT(new_##X, cell_new<T>, RProxyOf<CELL>),                \
+      KL_EXPORT(copy_##X, cell_copy<T>, RProxyOf<CELL>, VALUE),   \
+      KL_EXPORT(delete_##X, cell_delete<T>, RVoid, CELL),         \
+      KL_EXPORT(X##_assign, cell_assign<T>, RVoid, CELL, VALUE),  \
+      KL_EXPORT(X##_value, cell_value<T>, RESULT, CELL)
+
+const FunctionEntry kFunctions[] = {
+    // 1. Typed pointer cells (Part 4.1), 50 functions.
+    KL_CELL_FAMILY(intp, int, Int, IntP, RInt),
+    KL_CELL_FAMILY(intpp, int*, IntP, IntPP, RProxyOf<IntP>),
+    KL_CELL_FAMILY(uintp, unsigned int, UInt, UIntP, RUIntAsInt),
+    KL_CELL_FAMILY(ulongp, size_t, Size, SizeP, RSizeLow32),
+    KL_CELL_FAMILY(doublep, double, Double, DoubleP, RDouble),
+    KL_CELL_FAMILY(doublepp, double*, DoubleP, DoublePP, RProxyOf<DoubleP>),
+    KL_CELL_FAMILY(uintpp, unsigned int*, UIntP, UIntPP, RProxyOf<UIntP>),
+    KL_CELL_FAMILY(ulongpp, size_t*, SizeP, SizePP, RProxyOf<SizeP>),
+    KL_CELL_FAMILY(kl_return_tp, kl_return_t, Ret, RetP, RCode),
+    KL_CELL_FAMILY(kl_return_tpp, kl_return_t*, RetP, RetPP, RProxyOf<RetP>),
+
+    // 2. String cells and reply readers (Parts 4.1, 4.3), 15 functions.
+    KL_EXPORT(delete_charp, delete_charp, RVoid, CharP),
+    KL_EXPORT(new_empty_kl_return_tpp, new_empty_kl_return_tpp, RProxyOf<RetPP>),
+    KL_EXPORT(uintpp_to_charpp, to_charpp<unsigned int>, RProxyOf<CharPP>, UIntPP),
+    KL_EXPORT(intpp_to_charpp, to_charpp<int>, RProxyOf<CharPP>, IntPP),
+    KL_EXPORT(kl_return_tpp_to_charpp, to_charpp<kl_return_t>, RProxyOf<CharPP>, RetPP),
+    KL_EXPORT(ulongpp_to_charpp, to_charpp<size_t>, RProxyOf<CharPP>, SizePP),
+    KL_EXPORT(doublepp_to_charpp, to_charpp<double>, RProxyOf<CharPP>, DoublePP),
+    KL_EXPORT(new_charpp, new_charpp, RProxyOf<CharPP>),
+    KL_EXPORT(delete_charpp, delete_charpp, RVoid, CharPP),
+    KL_EXPORT(charpp_value_raw, charpp_value<true>, RLatin1, CharPP, SizeP),
+    KL_EXPORT(charpp_value, charpp_value<false>, RLatin1, CharPP, SizeP),
+    KL_EXPORT(new_charppp, new_charppp, RProxyOf<CharPPP>),
+    KL_EXPORT(delete_charppp, delete_charppp, RVoid, CharPPP),
+    KL_EXPORT(charppp_value_raw, charppp_value<true>, RLatin1, CharPPP, SizePP, Int),
+    KL_EXPORT(charppp_value, charppp_value<false>, RLatin1, CharPPP, SizePP, Int),
+
+    // 3. Typed arrays (Part 4.2), 14 functions.
+    KL_EXPORT(new_charp_array, array_new<char*>, RProxyOf<CharPP>, Int),
+    KL_EXPORT(delete_charp_array, delete_charp_array, RVoid, CharPP, Int),
+    KL_EXPORT(charp_array_set, charp_array_set, RVoid, CharPP, Int, CharP, Int),
+    KL_EXPORT(new_uint_array, array_new<unsigned int>, RProxyOf<UIntP>, Int),
+    KL_EXPORT(delete_uint_array, array_delete<unsigned int>, RVoid, UIntP),
+    KL_EXPORT(uint_array_set, array_set<unsigned int>, RVoid, UIntP, Int, UInt),
+    KL_EXPORT(new_ulong_array, array_new<size_t>, RProxyOf<SizeP>, Int),
+    KL_EXPORT(delete_ulong_array, array_delete<size_t>, RVoid, SizeP),
+    KL_EXPORT(ulong_array_set, array_set<size_t>, RVoid, SizeP, Int, Size),
+    KL_EXPORT(ulong_array_get, array_get<size_t>, RSizeLow32, SizeP, Int),
+    KL_EXPORT(new_double_array, array_new<double>, RProxyOf<DoubleP>, Int),
+    KL_EXPORT(delete_double_array, array_delete<double>, RVoid, DoubleP),
+    KL_EXPORT(double_array_set, array_set<double>, RVoid, DoubleP, Int, Double),
+    KL_EXPORT(double_array_get, array_get<double>, RDouble, DoubleP, Int),
+
+    // 4. Indexed readers (Part 4.3), 3 functions.
+    KL_EXPORT(doublepp_index_value, index_value<double>, RDouble, DoublePP, Int),
+    KL_EXPORT(intpp_index_value, index_value<int>, RInt, IntPP, Int),
+    KL_EXPORT(kl_return_tpp_index_value, index_value<kl_return_t>, RCode, RetPP, Int),
+
+    // 5. The module's own functions (Parts 4.4, 5.2, 5.3, 5.4), 6 functions. Only
+    // server_add, keys and flushall turn the string "_NL_" into a null pointer.
+    KL_EXPORT(server_add, kl_server_add, RCode, Client, CharP, UInt, CharPOrNull),
+    KL_EXPORT(keys, kl_keys, RCode, Client, CharP, Size, CharPPP, SizeP, SizePP,
+              CharConstPOrNull, RetPP),
+    KL_EXPORT(flushall, kl_flushall, RCode, Client, CharConstPOrNull, RetPP),
+    KL_EXPORT(COMMIT, COMMIT, RInt, Int),
+    KL_EXPORT(DURABLE_TTL, DURABLE_TTL, RInt, Int),
+    KL_EXPORT(new_mm, new_mm, RProxyOf<MM>),
+
+    // 6. Client library functions (Parts 4.4, 5.2 to 5.10), 126 functions.
+    KL_EXPORT(kl_client_create, kl_client_create, RProxyOf<Client>, Hash, Distribution, MM, UInt),
+    KL_EXPORT(kl_client_destroy, kl_client_destroy, RVoid, Client),
+    KL_CMD(kl_set_client_version, Client, Version),
+    KL_CMD(kl_client_connection_timeout, Client, UInt),
+    KL_CMD(kl_client_reconnect_attempt_timeout, Client, UInt),
+    KL_CMD(kl_server_add, Client, CharP, UInt, CharP),
+    KL_EXPORT(kl_free_php_reply_p, kl_free_php_reply_p, RIgnoreCode, CharPP),
+    KL_EXPORT(kl_free_php_reply_pp, kl_free_php_reply_pp, RIgnoreCode, CharPPP, UInt),
+    KL_EXPORT(kl_free_reply_p, kl_free_reply_p, RVoid, CharPP, MM),
+    KL_EXPORT(kl_free_reply_pp, kl_free_reply_pp, RVoid, CharPPP, UInt, MM),
+    KL_EXPORT(kl_get_version, kl_get_version, RUtf8),
+    KL_EXPORT(kl_strerror, kl_strerror, RUtf8, Ret),
+    KL_CMD(kl_config_get, Client, CharConstP, Size, CharConstP, Size, CharPPP, SizeP, SizePP,
+           CharConstP, RetPP),
+    KL_CMD(kl_config_set, Client, CharConstP, Size, CharConstP, Size, CharConstP, Size,
+           CharConstP, RetPP),
+    KL_CMD(kl_database_key, Client, Size, CharConstPP, SizeConstP),
+    KL_CMD(kl_set_database_key, Client, Size, CharConstP, Size),
+    KL_CMD(kl_enable_syslog, Client, UInt),
+    KL_CMD(kl_disable_log, Client),
+    KL_CMD(kl_flushall, Client, CharConstP, RetPP),
+    KL_CMD(kl_quit, Client),
+    KL_CMD(kl_auth, Client, CharP, Size),
+    KL_CMD(kl_set, Client, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_set_binary, Client, CharP, Size, Binary, Size, Size),
+    KL_CMD(kl_get_whole, Client, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_mget_whole, Client, CharPP, Size, SizeP, CharPPP, SizeP, SizePP, CharP, Size, Int),
+    KL_CMD(kl_mset, Client, CharConstPP, Size, SizeP, CharPP, SizeP),
+    KL_CMD(kl_msetex, Client, CharConstPP, Size, SizeConstP, CharConstPP, SizeConstP, SizeConstP),
+    KL_CMD(kl_getset_whole, Client, CharP, Size, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_setnx, Client, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_setifx, Client, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_append, Client, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_incr, Client, CharP, Size, IntP, Size),
+    KL_CMD(kl_incrby, Client, CharP, Size, Int, IntP, Size),
+    KL_CMD(kl_decr, Client, CharP, Size, IntP, Size),
+    KL_CMD(kl_decrby, Client, CharP, Size, Int, IntP, Size),
+    KL_CMD(kl_exists, Client, CharP, Size),
+    KL_CMD(kl_del, Client, CharP, Size),
+    KL_CMD(kl_mdel, Client, CharPP, Size, SizeP, IntP),
+    KL_CMD(kl_type, Client, CharP, Size, CharPP),
+    KL_CMD(kl_keys, Client, CharP, Size, CharPPP, SizeP, SizePP, CharConstP, RetPP),
+    KL_CMD(kl_randomkey, Client, CharPP, SizeP),
+    KL_CMD(kl_rename, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_renamenx, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_dbsize, Client, UIntP, CharConstP, RetPP),
+    KL_CMD(kl_set_ttl, Client, CharP, Size, Size),
+    KL_CMD(kl_get_ttl, Client, CharP, Size, IntP),
+    KL_CMD(kl_rpush, Client, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_lpush, Client, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_llen, Client, CharP, Size, UIntP),
+    KL_CMD(kl_lrange_whole, Client, CharP, Size, Int, Int, CharPPP, SizeP, SizePP, CharP, Size),
+    KL_CMD(kl_ltrim, Client, CharP, Size, Int, Int),
+    KL_CMD(kl_lindex_whole, Client, CharP, Size, Int, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_lset, Client, CharP, Size, Int, CharP, Size, Size),
+    KL_CMD(kl_lrem, Client, CharP, Size, Int, CharP, Size, UIntP),
+    KL_CMD(kl_lpop_whole, Client, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_rpop_whole, Client, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_sadd, Client, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_saddval, Client, CharP, Size, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_srem, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_spop_whole, Client, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_sval_whole, Client, CharP, Size, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_svalfromip, Client, CharConstP, Size, CharConstP, Size, CharPP, SizeP),
+    KL_CMD(kl_scard, Client, CharP, Size, UIntP),
+    KL_CMD(kl_sismember, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_sismemberval, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_sunion_whole, Client, CharPP, Size, SizeP, CharPPP, SizeP, SizePP, CharP, Size, Int),
+    KL_CMD(kl_sunionstore, Client, CharP, Size, CharPP, Size, SizeP, Int, Size),
+    KL_CMD(kl_smembers_whole, Client, CharConstP, Size, CharPPP, SizeP, SizePP, CharConstP, Size,
+           SetFlags, CharPPP, SizePP),
+    KL_CMD(kl_zadd, Client, CharP, Size, Double, CharP, Size, Size),
+    KL_CMD(kl_zmadd, Client, CharP, Size, DoubleP, CharPP, Size, SizeP, Size),
+    KL_CMD(kl_zaddval, Client, CharP, Size, Double, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_zmaddval, Client, CharP, Size, DoubleP, CharPP, Size, SizeP, CharPP, SizeP, Size),
+    KL_CMD(kl_zrem, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_zmrem, Client, CharP, Size, CharPP, Size, SizeP, IntP),
+    KL_CMD(kl_zrange, Client, CharP, Size, Int, Int, CharPPP, SizeP, SizePP, ZSetFlags, DoublePP,
+           CharPPP, SizePP),
+    KL_CMD(kl_zrange_whole, Client, CharP, Size, Int, Int, CharPPP, SizeP, SizePP, CharP, Size,
+           ZSetFlags, DoublePP, CharPPP, SizePP),
+    KL_CMD(kl_zrangebyscore, Client, CharP, Size, Double, Double, CharPPP, SizeP, SizePP,
+           ZSetFlags, DoublePP, CharPPP, SizePP),
+    KL_CMD(kl_zrangebyscore_whole, Client, CharP, Size, Double, Double, CharPPP, SizeP, SizePP,
+           CharP, Size, ZSetFlags, DoublePP, CharPPP, SizePP),
+    KL_CMD(kl_zremrangebyscore, Client, CharP, Size, Double, Double, UIntP),
+    KL_CMD(kl_zscore, Client, CharP, Size, CharP, Size, DoubleP, CharPP, SizeP),
+    KL_CMD(kl_zaddvalmax, Client, CharP, Size, CharP, Size, CharP, Size, Double, Size),
+    KL_CMD(kl_zaddmaxinc, Client, CharP, Size, Int, Size),
+    KL_CMD(kl_zadddis, Client, CharP, Size, Double, CharP, Size, Double, CharPP, Size),
+    KL_CMD(kl_zcard, Client, CharP, Size, UIntP),
+    KL_CMD(kl_zcount, Client, CharP, Size, Double, Double, UIntP),
+    KL_CMD(kl_zincrby, Client, CharP, Size, CharP, Size, Double, DoubleP, Size),
+    KL_CMD(kl_zrank, Client, CharP, Size, CharP, Size, UIntP, ZSetFlags, CharPP, SizeP),
+    KL_CMD(kl_zremrangebyrank, Client, CharP, Size, Int, Int, UIntP),
+    KL_CMD(kl_hset, Client, CharP, Size, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_hget, Client, CharP, Size, CharP, Size, CharPP, SizeP),
+    KL_CMD(kl_hget_whole, Client, CharP, Size, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_hsetnx, Client, CharP, Size, CharP, Size, CharP, Size, Size),
+    KL_CMD(kl_hmset, Client, CharP, Size, CharPP, Size, SizeP, CharPP, SizeP, Size),
+    KL_CMD(kl_hmget, Client, CharP, Size, CharPP, Size, SizeP, CharPPP, SizeP, SizePP),
+    KL_CMD(kl_hmget_whole, Client, CharP, Size, CharPP, Size, SizeP, CharPPP, SizeP, SizePP, CharP,
+           Size),
+    KL_CMD(kl_mhmget, Client, CharPP, Size, SizeP, CharPP, Size, SizeP, CharPPP, SizeP, SizePP),
+    KL_CMD(kl_mhmget_whole, Client, CharPP, Size, SizeP, CharPP, Size, SizeP, CharPPP, SizeP,
+           SizePP, CharP, Size),
+    KL_CMD(kl_hincrby, Client, CharP, Size, CharP, Size, Int, IntP, Size),
+    KL_CMD(kl_hexists, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_hdel, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_hmdel, Client, CharP, Size, CharPP, Size, SizeP, IntP),
+    KL_CMD(kl_hlen, Client, CharP, Size, IntP),
+    KL_CMD(kl_hgetall, Client, CharP, Size, SizeP, CharPPP, SizePP, CharPPP, SizePP),
+    KL_CMD(kl_dadd, Client, CharP, Size, CharP, Size, CharP, Size, UInt, Size),
+    KL_CMD(kl_dmadd, Client, CharP, Size, CharPP, Size, SizeP, CharPP, SizeP, UInt, IntP, Size),
+    KL_CMD(kl_drem, Client, CharP, Size, CharP, Size),
+    KL_CMD(kl_dget, Client, CharP, Size, CharP, Size, CharPP, SizeP),
+    KL_CMD(kl_dget_whole, Client, CharP, Size, CharP, Size, CharPP, SizeP, CharP, Size),
+    KL_CMD(kl_dclose, Client, CharP, Size, CharP, Size, SizeP, CharPPP, SizePP, CharPPP, SizePP),
+    KL_CMD(kl_dclose_whole, Client, CharP, Size, CharP, Size, SizeP, CharPPP, SizePP, CharPPP,
+           SizePP, CharP, Size),
+    KL_CMD(kl_dgetall, Client, CharP, Size, SizeP, CharPPP, SizePP, CharPPP, SizePP),
+    KL_CMD(kl_dgetall_whole, Client, CharP, Size, SizeP, CharPPP, SizePP, CharPPP, SizePP,
+           CharConstP, Size),
+    KL_CMD(kl_select, Client, Int, RetPP),
+    KL_CMD(kl_move, Client, CharP, Size, Int),
+    KL_CMD(kl_flushdb, Client, CharConstP, RetPP),
+    KL_CMD(kl_sort_whole, Client, CharPPP, SizeP, SizePP, CharP, Size, CharP, Size, Size, CharP,
+           Int, Int, CharP, CharP, CharP, CharP, CharP, CharP),
+    KL_CMD(kl_save, Client, CharConstP, RetPP),
+    KL_CMD(kl_bgsave, Client, CharConstP, RetPP),
+    KL_CMD(kl_lastsave, Client, UIntPP, SizeP, CharConstP, RetPP),
+    KL_CMD(kl_shutdown, Client, CharConstP, RetPP),
+    KL_CMD(kl_info, Client, CharPPP, CharConstP, RetPP),
+    KL_EXPORT(kl_group_client, kl_group_client, RProxyOf<Client>, Client),
+    KL_CMD(kl_dirty, Client, CharP, Size, Int, IntP),
+    KL_EXPORT(kl_check_result, kl_check_result, RByte, Ret, Ret),
+    KL_EXPORT(kl_is_dirty, kl_is_dirty, RByte, Ret),
+    KL_EXPORT(kl_get_result, kl_get_result, RCode, Ret),
+};
+#undef KL_CELL_FAMILY
+#undef KL_CMD
+#undef KL_EXPORT
+static_assert(sizeof kFunctions / sizeof kFunctions[0] == 214);
+
+// ---- Initialization (Part 1.1) ------------------------------------------------------------
+
+v8::Local<v8::String> SWIGV8_Name(v8::Isolate* isolate, const char* name) {
+  return v8::String::NewFromUtf8(isolate, name, v8::NewStringType::kNormal).ToLocalChecked();
+}
+
+// A constant: an accessor-like native data property whose getter makes the
+// value and whose setter refuses the write (enumerable, configurable).
+void SWIGV8_AddStaticVariable(v8::Isolate* isolate, v8::Local<v8::Context> context,
+                              v8::Local<v8::Object> object, const char* name,
+                              v8::AccessorNameGetterCallback getter) {
+  object->SetNativeDataProperty(context, SWIGV8_Name(isolate, name), getter, JS_veto_set_variable)
+      .FromMaybe(false);
+}
+
+// A function: no data, no signature, declared length 0; a plain data property.
+void SWIGV8_AddStaticFunction(v8::Isolate* isolate, v8::Local<v8::Context> context,
+                              v8::Local<v8::Object> object, const char* name,
+                              v8::FunctionCallback callback) {
+  v8::Local<v8::Function> function;
+  if (!v8::FunctionTemplate::New(isolate, callback)->GetFunction(context).ToLocal(&function)) {
+    return;
+  }
+  object->Set(context, SWIGV8_Name(isolate, name), function).FromMaybe(false);
+}
+
+void Initialize(v8::Local<v8::Object> exports) {
+  v8::Isolate* isolate = v8::Isolate::GetCurrent();
+  // 1. The type registry, joined to the ring of the current context.
+  SWIG_InitializeModule(static_cast<void*>(&exports));
+  // 2.
+  v8::HandleScope scope(isolate);
+  v8::Local<v8::Context> context = isolate->GetCurrentContext();
+  // 3. The "SwigProxy" class template of this isolate.
+  SWIGV8_InstallProxyClass(isolate);
+  // 4. The 54 constants.
+  for (const ConstantEntry& constant : kConstants) {
+    SWIGV8_AddStaticVariable(isolate, context, exports, constant.name, constant.getter);
+  }
+  // 5. The 214 functions.
+  for (const FunctionEntry& function : kFunctions) {
+    SWIGV8_AddStaticFunction(isolate, context, exports, function.name, function.callback);
+  }
+}
+
+}  // namespace
+
+// ---- Registration ---------------------------------------------------------------------------
+
+// The registration function Node.js calls with the exports object.
+extern "C" NODE_MODULE_EXPORT void keyloom_initialize(v8::Local<v8::Object> exports,
+                                                      v8::Local<v8::Value> module, void* priv) {
+  (void)module;
+  (void)priv;
+  Initialize(exports);
+}
+
+// The module record: the module version of the headers built against, an
+// ordinary addon (flags 0), no context-aware registration function.
+static node::node_module _module = {
+    NODE_MODULE_VERSION,      // nm_version
+    0,                        // nm_flags
+    nullptr,                  // nm_dso_handle
+    "../keyloom_wrap.cxx",    // nm_filename
+    keyloom_initialize,       // nm_register_func
+    nullptr,                  // nm_context_register_func
+    "keyloom",                // nm_modname
+    nullptr,                  // nm_priv
+    nullptr,                  // nm_link
+};
+
+// Registers the module record when the shared object is loaded.
+__attribute__((constructor)) static void _register_keyloom(void) {
+  node::node_module_register(&_module);
+}
+
+// The well-known context-aware entry point. Node.js looks it up when a load
+// registers no record, that is whenever the shared object is already loaded in
+// the process: in a worker thread, or a second load on the same thread. The
+// first load on a thread still goes through _module and keyloom_initialize.
+extern "C" NODE_MODULE_EXPORT void NODE_MODULE_INITIALIZER(v8::Local<v8::Object> exports,
+                                                           v8::Local<v8::Value> module,
+                                                           v8::Local<v8::Context> context) {
+  (void)context;
+  keyloom_initialize(exports, module, nullptr);
+}

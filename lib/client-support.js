@@ -1,0 +1,308 @@
+'use strict';
+// The pieces of the idiomatic client that are not commands: the error type, the
+// text and byte conversions at the JavaScript edge, option parsing, and Scope,
+// which owns every cell, array and reply that one command makes and releases
+// them all when the command ends, however it ends.
+const { isUtf8 } = require('node:buffer');
+
+const kl = require('../index.js');
+
+// Result codes by number (the dirty bit, 128, is never a code of its own here).
+const CODE_NAMES = [
+  'KL_SUCCESS', 'KL_ERROR', 'KL_PTHREAD_OP_FAILURE', 'KL_MEMORY_FAILURE', 'KL_CONNECTION_FAILURE',
+  'KL_INVALID_CLIENT', 'KL_INVALID_COMMAND', 'KL_SERVER_ERROR', 'KL_SERVER_DOWN',
+  'KL_UNKNOWN_REPLY', 'KL_WRONG_REPLY', 'KL_TTL_ALREADY_SET', 'KL_ALREADY_EXISTS', 'KL_NOTFOUND',
+  'KL_NO_SERVER_ATTACHED', 'KL_INVALID_PARAMETER', 'KL_PARTIAL_RESULT', 'KL_NO_SET_KEY',
+  'KL_SET_EMPTY_VALUE', 'KL_NO_SUBNET', 'KL_ALL_GROUP_SERVERS_DOWN',
+];
+const codes = Object.freeze(Object.fromEntries(CODE_NAMES.map((name, value) => [name, value])));
+const DIRTY = 128;
+
+/** A failure reported by the library: `code` is its kl_return_t, `message` its text. */
+class KeyloomError extends Error {
+  constructor(code, { command, key, message } = {}) {
+    const text = message ?? kl.kl_strerror(code) ?? `result code ${code}`;
+    super(text);
+    this.name = 'KeyloomError';
+    this.code = code;
+    this.codeName = CODE_NAMES[code] ?? 'KL_UNKNOWN';
+    if (command !== undefined) this.command = command;
+    if (key !== undefined) this.key = key;
+  }
+}
+
+// ---- JavaScript values to the bytes the library gets --------------------------
+
+function describe(value) {
+  if (value === null) return 'null';
+  if (Array.isArray(value)) return 'an array';
+  return typeof value;
+}
+
+/**
+ * A key, field, member or text value as the string the addon sends as UTF-8.
+ * Numbers are written in decimal; a Buffer must hold valid UTF-8 (only set()
+ * stores arbitrary bytes).
+ */
+function text(value, what, command) {
+  if (typeof value === 'string') return value;
+  if (typeof value === 'number' || typeof value === 'bigint') return String(value);
+  if (value instanceof Uint8Array) {
+    const bytes = Buffer.isBuffer(value) ? value : Buffer.from(value.buffer, value.byteOffset, value.byteLength);
+    if (!isUtf8(bytes)) {
+      throw new TypeError(`keyloom ${command}: the ${what} is a Buffer that is not valid UTF-8; ` +
+        'only the value of set() may hold arbitrary bytes');
+    }
+    return bytes.toString('utf8');
+  }
+  throw new TypeError(`keyloom ${command}: the ${what} must be a string or a Buffer, not ${describe(value)}`);
+}
+
+const byteLength = (s) => Buffer.byteLength(s, 'utf8');
+
+function list(values, what, command) {
+  if (!Array.isArray(values)) {
+    throw new TypeError(`keyloom ${command}: ${what} must be an array, not ${describe(values)}`);
+  }
+  return values;
+}
+
+/** Pairs from a plain object, a Map or an array of [a, b] pairs. */
+function pairs(input, what, command) {
+  if (input instanceof Map) return [...input];
+  if (Array.isArray(input)) {
+    for (const p of input) {
+      if (!Array.isArray(p) || p.length < 2) {
+        throw new TypeError(`keyloom ${command}: ${what} given as an array must hold [name, value] pairs`);
+      }
+    }
+    return input;
+  }
+  if (input !== null && typeof input === 'object') return Object.entries(input);
+  throw new TypeError(`keyloom ${command}: ${what} must be an object, a Map or an array of pairs`);
+}
+
+/** A non-negative whole number of seconds (the trailing size_t of the adding commands). */
+function seconds(value, what, command) {
+  if (value === undefined || value === null) return 0;
+  if (typeof value !== 'number' || !Number.isFinite(value) || value < 0) {
+    throw new TypeError(`keyloom ${command}: ${what} must be a number of seconds >= 0`);
+  }
+  return Math.floor(value);
+}
+
+function integer(value, what, command) {
+  if (typeof value !== 'number' || !Number.isInteger(value)) {
+    throw new TypeError(`keyloom ${command}: ${what} must be an integer`);
+  }
+  return value;
+}
+
+function number(value, what, command) {
+  if (typeof value !== 'number' || Number.isNaN(value)) {
+    throw new TypeError(`keyloom ${command}: ${what} must be a number`);
+  }
+  return value;
+}
+
+// ---- What the readers give back to JavaScript values --------------------------
+
+const ASCII = /^[\x00-\x7f]*$/;
+
+/**
+ * The readers hand back one character per byte (latin1). The caller gets the
+ * UTF-8 decoding of those bytes, or the bytes themselves as a Buffer.
+ */
+function decode(latin1, asBuffer) {
+  if (latin1 === null || latin1 === undefined) return null;
+  if (asBuffer) return Buffer.from(latin1, 'latin1');
+  if (ASCII.test(latin1)) return latin1;
+  return Buffer.from(latin1, 'latin1').toString('utf8');
+}
+
+// ---- Scope: everything one command allocates, released in reverse order -------
+
+const SIZE_MAX_LOW = -1; // ulongp_value of SIZE_MAX: only the low 32 bits come back
+
+/**
+ * Owns the cells, arrays and replies of one command. Every maker registers its
+ * release right away, so that close() (called from a finally) gives everything
+ * back on every path, exceptions included. Replies are released before the cell
+ * that holds them (reverse order of registration).
+ */
+class Scope {
+  constructor() {
+    this.releases = [];
+  }
+
+  add(release, a, b) {
+    this.releases.push(release, a, b);
+  }
+
+  close() {
+    const r = this.releases;
+    let failure = null;
+    for (let i = r.length - 3; i >= 0; i -= 3) {
+      try {
+        r[i](r[i + 1], r[i + 2]);
+      } catch (err) {
+        failure ??= err;
+      }
+    }
+    r.length = 0;
+    if (failure) throw failure;
+  }
+
+  // One text reply: a char ** cell and its size_t length cell.
+  value() {
+    const v = kl.new_charpp();
+    this.add(kl.delete_charpp, v);
+    this.add(kl.kl_free_php_reply_p, v);
+    const n = kl.new_ulongp();
+    this.add(kl.delete_ulongp, n);
+    return { v, n };
+  }
+
+  // A size_t count cell.
+  count() {
+    const c = kl.new_ulongp();
+    this.add(kl.delete_ulongp, c);
+    return c;
+  }
+
+  // A multi-value reply whose element count the library stores in `count`: a
+  // char *** cell and a size_t ** cell of lengths.
+  strings(count) {
+    const arr = kl.new_charppp();
+    this.add(kl.delete_charppp, arr);
+    this.add(releaseStrings, arr, count);
+    const lens = kl.new_ulongpp();
+    this.add(kl.delete_ulongpp, lens);
+    this.add(releaseLengths, lens);
+    return { arr, lens };
+  }
+
+  // A double ** cell that receives an array of doubles (scores).
+  doubles() {
+    const cell = kl.new_doublepp();
+    this.add(kl.delete_doublepp, cell);
+    this.add(releaseDoubles, cell);
+    return cell;
+  }
+
+  int() {
+    const c = kl.new_intp();
+    this.add(kl.delete_intp, c);
+    return c;
+  }
+
+  uint() {
+    const c = kl.new_uintp();
+    this.add(kl.delete_uintp, c);
+    return c;
+  }
+
+  double() {
+    const c = kl.new_doublep();
+    this.add(kl.delete_doublep, c);
+    return c;
+  }
+
+  // Input: a char ** array of texts and the size_t * array of their byte lengths.
+  texts(items, what, command) {
+    const n = items.length;
+    const arr = kl.new_charp_array(n);
+    if (arr === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command });
+    this.add(kl.delete_charp_array, arr, n);
+    const lens = kl.new_ulong_array(n);
+    if (lens === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command });
+    this.add(kl.delete_ulong_array, lens);
+    for (let i = 0; i < n; i++) {
+      const s = text(items[i], what, command);
+      const len = byteLength(s);
+      kl.charp_array_set(arr, i, s, len);
+      kl.ulong_array_set(lens, i, len);
+    }
+    return { arr, lens, n };
+  }
+
+  // Input: a double * array.
+  numbers(values, what, command) {
+    const arr = kl.new_double_array(values.length);
+    if (arr === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command });
+    this.add(kl.delete_double_array, arr);
+    for (let i = 0; i < values.length; i++) kl.double_array_set(arr, i, number(values[i], what, command));
+    return arr;
+  }
+
+  // Input: a size_t * array.
+  sizes(values) {
+    const arr = kl.new_ulong_array(values.length);
+    if (arr === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE);
+    this.add(kl.delete_ulong_array, arr);
+    for (let i = 0; i < values.length; i++) kl.ulong_array_set(arr, i, values[i]);
+    return arr;
+  }
+}
+
+function releaseStrings(arr, count) {
+  const n = count ? kl.ulongp_value(count) : 0;
+  kl.kl_free_php_reply_pp(arr, n > 0 ? n : 0);
+}
+
+function releaseLengths(lens) {
+  kl.kl_free_php_reply_p(kl.ulongpp_to_charpp(lens));
+}
+
+function releaseDoubles(cell) {
+  kl.kl_free_php_reply_p(kl.doublepp_to_charpp(cell));
+}
+
+/** Runs fn with a fresh Scope and releases the scope whatever happens. */
+function scoped(fn) {
+  const scope = new Scope();
+  let result;
+  try {
+    result = fn(scope);
+  } finally {
+    scope.close();
+  }
+  return result;
+}
+
+/** Element i of a multi-value reply, as a string or Buffer (null for a missing one). */
+function element(arr, lens, i, asBuffer) {
+  return decode(kl.charppp_value_raw(arr, lens, i), asBuffer);
+}
+
+function elements(arr, lens, n, asBuffer) {
+  const out = new Array(n);
+  for (let i = 0; i < n; i++) out[i] = element(arr, lens, i, asBuffer);
+  return out;
+}
+
+/** The count a size_t cell holds (counts stay far below 2^31). */
+function countOf(cell) {
+  const n = kl.ulongp_value(cell);
+  return n === SIZE_MAX_LOW ? 0 : n;
+}
+
+module.exports = {
+  kl,
+  codes,
+  CODE_NAMES,
+  DIRTY,
+  KeyloomError,
+  text,
+  byteLength,
+  list,
+  pairs,
+  seconds,
+  integer,
+  number,
+  decode,
+  scoped,
+  element,
+  elements,
+  countOf,
+};

@@ -1,0 +1,281 @@
+// Client lifecycle and configuration.
+#include <cstring>
+#include <new>
+
+#include "connection.h"
+#include "exchange.h"
+#include "hash.h"
+#include "internal.h"
+#include "log.h"
+
+using namespace keyloom;
+
+namespace {
+
+void rebuild_continuum(const kl_client *client, Group &group) {
+  std::vector<std::string> bases;
+  bases.reserve(group.servers.size());
+  for (auto &s : group.servers) bases.push_back(point_base(s->host, s->port));
+  group.continuum.build(client->distribution, client->hash, bases);
+}
+
+Group *find_or_add_group(kl_client *client, const std::string &name) {
+  for (auto &g : client->groups)
+    if (g->name == name) return g.get();
+  client->groups.push_back(std::make_unique<Group>());
+  client->groups.back()->name = name;
+  return client->groups.back().get();
+}
+
+void close_all(kl_client *client) {
+  for (auto &g : client->groups)
+    for (auto &s : g->servers) {
+      disconnect_server(s.get());
+      s->down = false;
+    }
+}
+
+}  // namespace
+
+kl_client *kl_client_create(kl_hash hash, kl_server_distribution distribution, kl_mm_t *mm,
+                            unsigned int flags) {
+  kl_client *client = new (std::nothrow) kl_client();
+  if (!client) return nullptr;
+  client->hash = hash_kind_valid(hash) ? hash : KL_HASH_DEFAULT;
+  client->distribution = distribution;
+  if (mm) {
+    client->mm = *mm;
+    client->custom_mm = true;
+  }
+  client->flags = flags;
+  if (!client->mutex.init((flags & KL_FLAG_SHARED) != 0, (flags & KL_FLAG_RECURSIVE) != 0)) {
+    delete client;
+    return nullptr;
+  }
+  return client;
+}
+
+void kl_client_destroy(kl_client *client) {
+  if (!client) return;
+  {
+    ClientLock lock(client->mutex);
+    close_all(client);
+  }
+  delete client;
+}
+
+kl_client *kl_group_client(kl_client *client) {
+  if (!client) return nullptr;
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return nullptr;
+  kl_client *copy = kl_client_create(client->hash, client->distribution,
+                                     client->custom_mm ? &client->mm : nullptr, client->flags);
+  if (!copy) return nullptr;
+  copy->version = client->version;
+  copy->connect_timeout_ms = client->connect_timeout_ms;
+  copy->reconnect_timeout_ms = client->reconnect_timeout_ms;
+  copy->has_password = client->has_password;
+  copy->password = client->password;
+  copy->db = client->db;
+  copy->prefixes = client->prefixes;
+  copy->prefix = client->prefix;
+  copy->log_levels = client->log_levels;
+  for (auto &g : client->groups) {
+    auto group = std::make_unique<Group>();
+    group->name = g->name;
+    for (auto &s : g->servers) {
+      auto server = std::make_unique<Server>();
+      server->host = s->host;
+      server->port = s->port;
+      server->name = s->name;
+      group->servers.push_back(std::move(server));
+    }
+    group->continuum = g->continuum;
+    copy->groups.push_back(std::move(group));
+  }
+  return copy;
+}
+
+kl_return_t kl_set_client_version(kl_client *client, kl_client_version version) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(version == CLIENT_VERSION_1 || version == CLIENT_VERSION_2 ||
+             version == CLIENT_VERSION_AUTO);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  client->version = version;
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout_ms) {
+  KL_REQUIRE_CLIENT(client);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  client->connect_timeout_ms = timeout_ms ? timeout_ms : kDefaultConnectTimeoutMs;
+  timeval tv{static_cast<time_t>(client->connect_timeout_ms / 1000),
+             static_cast<suseconds_t>(client->connect_timeout_ms % 1000 * 1000)};
+  for (auto &g : client->groups)
+    for (auto &s : g->servers)
+      if (s->ctx) redisSetTimeout(s->ctx, tv);
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int timeout_ms) {
+  KL_REQUIRE_CLIENT(client);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  client->reconnect_timeout_ms = timeout_ms;
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(host && *host && port > 0 && port <= 65535);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  std::string name = (group && *group) ? group : "default";
+  std::string address = std::string(host) + ":" + std::to_string(port);
+  for (auto &g : client->groups)
+    if (g->name == name)
+      for (auto &s : g->servers)
+        if (s->name == address) return KL_ALREADY_EXISTS;
+  Group *g = find_or_add_group(client, name);
+  auto server = std::make_unique<Server>();
+  server->host = host;
+  server->port = port;
+  server->name = address;
+  g->servers.push_back(std::move(server));
+  rebuild_continuum(client, *g);
+  log_event(client, KL_LEVEL_EVENT, "server %s added to group %s", address.c_str(), name.c_str());
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_enable_syslog(kl_client *client, unsigned int levels) {
+  KL_REQUIRE_CLIENT(client);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  client->log_levels = levels;
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_disable_log(kl_client *client) {
+  KL_REQUIRE_CLIENT(client);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  client->log_levels = 0;
+  return KL_SUCCESS;
+}
+
+char const *kl_get_version(void) {
+#define KL_STR2(x) #x
+#define KL_STR(x) KL_STR2(x)
+  return KL_STR(KEYLOOM_VERSION_MAJOR) "." KL_STR(KEYLOOM_VERSION_MINOR) "." KL_STR(
+      KEYLOOM_VERSION_PATCH);
+#undef KL_STR
+#undef KL_STR2
+}
+
+kl_return_t kl_auth(kl_client *client, char *password, size_t password_len) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(password || password_len == 0);
+  {
+    ClientLock lock(client->mutex);
+    if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+    if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
+    client->has_password = password_len > 0;
+    client->password.assign(password ? password : "", password_len);
+    if (!client->has_password) return KL_SUCCESS;
+  }
+  Command cmd("AUTH");
+  cmd.arg(password, password_len);
+  return run_each_server(client, nullptr, {}, cmd, nullptr, [](size_t, redisReply *r) {
+    return r ? expect_type(r, REDIS_REPLY_STATUS) : KL_SERVER_DOWN;
+  });
+}
+
+kl_return_t kl_quit(kl_client *client) {
+  KL_REQUIRE_CLIENT(client);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  close_all(client);
+  log_event(client, KL_LEVEL_EVENT, "connections closed");
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_config_get(kl_client *client, char const *param, size_t param_len,
+                          char const *server, size_t server_len, char ***values, size_t *count,
+                          size_t **lengths, char const *group, kl_return_t **results) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(param && param_len > 0 && values && (server || server_len == 0));
+  Command cmd("CONFIG");
+  cmd.arg("GET").arg(param, param_len);
+  bool filled = false;
+  kl_return_t fill_code = KL_SUCCESS;
+  kl_return_t r = run_each_server(
+      client, group, std::string_view(server ? server : "", server_len), cmd, results,
+      [&](size_t, redisReply *reply) -> kl_return_t {
+        if (!reply) return KL_SERVER_DOWN;
+        kl_return_t code = expect_type(reply, REDIS_REPLY_ARRAY);
+        if (code != KL_SUCCESS || filled) return code;
+        // The first server that answers gives the values.
+        fill_code = put_string_array(client, reply->element, reply->elements, values, count, lengths);
+        filled = fill_code == KL_SUCCESS;
+        return fill_code;
+      });
+  if (filled && r != KL_SUCCESS && r != KL_PARTIAL_RESULT) return KL_PARTIAL_RESULT;
+  return r;
+}
+
+kl_return_t kl_config_set(kl_client *client, char const *param, size_t param_len,
+                          char const *value, size_t value_len, char const *server,
+                          size_t server_len, char const *group, kl_return_t **results) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(param && param_len > 0 && (value || value_len == 0) && (server || server_len == 0));
+  Command cmd("CONFIG");
+  cmd.arg("SET").arg(param, param_len).arg(value ? value : "", value_len);
+  return run_each_server(client, group, std::string_view(server ? server : "", server_len), cmd,
+                         results, [](size_t, redisReply *reply) {
+                           return reply ? expect_type(reply, REDIS_REPLY_STATUS) : KL_SERVER_DOWN;
+                         });
+}
+
+kl_return_t kl_database_key(kl_client *client, size_t db, char const **prefix,
+                            size_t const *prefix_len) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(prefix);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  auto it = client->prefixes.find(db);
+  *prefix = it == client->prefixes.end() ? nullptr : it->second.c_str();
+  // The cell is declared const in the interface but is the caller's output.
+  if (prefix_len) *const_cast<size_t *>(prefix_len) = it == client->prefixes.end() ? 0 : it->second.size();
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_set_database_key(kl_client *client, size_t db, char const *prefix,
+                                size_t prefix_len) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(prefix || prefix_len == 0);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  if (prefix_len == 0) client->prefixes.erase(db);
+  else client->prefixes[db] = std::string(prefix, prefix_len);
+  refresh_prefix(client);
+  return KL_SUCCESS;
+}
+
+kl_return_t kl_select(kl_client *client, int db, kl_return_t **results) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(db >= 0);
+  {
+    ClientLock lock(client->mutex);
+    if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+    if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
+    client->db = db;
+    refresh_prefix(client);
+  }
+  Command cmd("SELECT");
+  cmd.arg_int(db);
+  return run_each_server(client, nullptr, {}, cmd, results, [](size_t, redisReply *reply) {
+    return reply ? expect_type(reply, REDIS_REPLY_STATUS) : KL_SERVER_DOWN;
+  });
+}

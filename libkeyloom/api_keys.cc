@@ -1,0 +1,244 @@
+// Keys: existence, deletion, type, random key, renaming, time to live, MOVE.
+#include <cstring>
+
+#include "exchange.h"
+#include "internal.h"
+
+using namespace keyloom;
+
+namespace {
+
+// 1 → KL_SUCCESS, 0 → `zero`.
+kl_return_t one_or(const redisReply *r, kl_return_t zero) {
+  kl_return_t code = expect_type(r, REDIS_REPLY_INTEGER);
+  if (code != KL_SUCCESS) return code;
+  return r->integer > 0 ? KL_SUCCESS : zero;
+}
+
+bool error_starts(const redisReply *r, const char *prefix) {
+  return r && r->type == REDIS_REPLY_ERROR && std::strncmp(r->str, prefix, std::strlen(prefix)) == 0;
+}
+
+// Runs cmds on one server; false when it failed. Caller holds the lock.
+bool run_on(kl_client *client, Server *server, std::vector<Command> &cmds, Replies *replies) {
+  Batch b;
+  b.server = server;
+  b.cmds = cmds.data();
+  b.count = cmds.size();
+  exchange(client, &b, 1);
+  if (b.failed) return false;
+  *replies = std::move(b.replies);
+  return true;
+}
+
+// RENAME/RENAMENX within one group. `failed` when a server could not be used.
+kl_return_t rename_in_group(kl_client *client, const Group &group, const Key &src, Route src_route,
+                            const Key &dst, Route dst_route, bool nx, bool *failed) {
+  *failed = false;
+  Server *from = server_for(group, src_route);
+  Server *to = server_for(group, dst_route);
+  Replies r;
+  if (from == to) {
+    std::vector<Command> cmds(1);
+    cmds[0].arg(nx ? "RENAMENX" : "RENAME").arg(src.view()).arg(dst.view());
+    if (!run_on(client, from, cmds, &r)) return *failed = true, KL_SERVER_DOWN;
+    if (error_starts(r[0].get(), "ERR no such key")) return KL_NOTFOUND;
+    if (nx) return one_or(r[0].get(), KL_ALREADY_EXISTS);
+    return expect_type(r[0].get(), REDIS_REPLY_STATUS);
+  }
+  // Across servers: DUMP and PTTL here, RESTORE there, then DEL here.
+  std::vector<Command> dump(2);
+  dump[0].arg("DUMP").arg(src.view());
+  dump[1].arg("PTTL").arg(src.view());
+  if (!run_on(client, from, dump, &r)) return *failed = true, KL_SERVER_DOWN;
+  if (r[0]->type == REDIS_REPLY_NIL) return KL_NOTFOUND;
+  kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_STRING);
+  if (code != KL_SUCCESS) return code;
+  long long pttl = 0;
+  if (!reply_integer(r[1].get(), &pttl) || pttl < 0) pttl = 0;
+
+  std::vector<Command> restore(1);
+  restore[0].arg("RESTORE").arg(dst.view()).arg_int(pttl).arg(r[0]->str, r[0]->len);
+  if (!nx) restore[0].arg("REPLACE");
+  Replies rr;
+  if (!run_on(client, to, restore, &rr)) return *failed = true, KL_SERVER_DOWN;
+  if (error_starts(rr[0].get(), "BUSYKEY")) return KL_ALREADY_EXISTS;
+  code = expect_type(rr[0].get(), REDIS_REPLY_STATUS);
+  if (code != KL_SUCCESS) return code;
+
+  std::vector<Command> del(1);
+  del[0].arg("DEL").arg(src.view());
+  if (!run_on(client, from, del, &r)) return *failed = true, KL_SERVER_DOWN;
+  return expect_type(r[0].get(), REDIS_REPLY_INTEGER);
+}
+
+kl_return_t rename_key(kl_client *client, const char *key, size_t key_len, const char *new_key,
+                       size_t new_key_len, bool nx) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key && new_key);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
+  Key src(client, key, key_len), dst(client, new_key, new_key_len);
+  bool answered = false, some_failed = false;
+  kl_return_t result = KL_SUCCESS;
+  for (auto &group : client->groups) {
+    bool failed = false;
+    kl_return_t code = rename_in_group(client, *group, src, route_of(key, key_len), dst,
+                                       route_of(new_key, new_key_len), nx, &failed);
+    if (failed) {
+      some_failed = true;
+      continue;
+    }
+    if (!answered) result = code;
+    answered = true;
+  }
+  if (!answered) return down_code(client);
+  return some_failed ? static_cast<kl_return_t>(result | KL_DIRTY) : result;
+}
+
+}  // namespace
+
+kl_return_t kl_exists(kl_client *client, char *key, size_t key_len) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key);
+  Key k(client, key, key_len);
+  std::vector<Command> cmds(1);
+  cmds[0].arg("EXISTS").arg(k.view());
+  return run_read(client, route_of(key, key_len), cmds,
+                  [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
+}
+
+kl_return_t kl_del(kl_client *client, char *key, size_t key_len) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key);
+  Key k(client, key, key_len);
+  std::vector<Command> cmds(1);
+  cmds[0].arg("DEL").arg(k.view());
+  return run_write(client, route_of(key, key_len), cmds,
+                   [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
+}
+
+kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_lens,
+                    int *deleted) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(keys && count > 0 && key_lens);
+  for (size_t i = 0; i < count; ++i) KL_REQUIRE(keys[i]);
+  std::vector<Key> ks;
+  std::vector<Route> routes;
+  std::vector<Command> cmds(count);
+  ks.reserve(count);
+  routes.reserve(count);
+  for (size_t i = 0; i < count; ++i) {
+    ks.emplace_back(client, keys[i], key_lens[i]);
+    routes.push_back(route_of(keys[i], key_lens[i]));
+    cmds[i].arg("DEL").arg(ks[i].view());
+  }
+  long long total = 0;
+  kl_return_t item_error = KL_SUCCESS;
+  kl_return_t r = run_multi(client, Access::write, routes, cmds, KL_NULL_ON_FAIL,
+                            [&](size_t, redisReply *reply) {
+                              kl_return_t code = expect_type(reply, REDIS_REPLY_INTEGER);
+                              if (code == KL_SUCCESS) total += reply->integer;
+                              else if (item_error == KL_SUCCESS) item_error = code;
+                            });
+  if (kl_get_result(r) == KL_SUCCESS && deleted) *deleted = static_cast<int>(total);
+  if (kl_get_result(r) == KL_SUCCESS && item_error != KL_SUCCESS)
+    return static_cast<kl_return_t>(item_error | (r & KL_DIRTY));
+  return r;
+}
+
+kl_return_t kl_type(kl_client *client, char *key, size_t key_len, char **type) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key && type);
+  Key k(client, key, key_len);
+  std::vector<Command> cmds(1);
+  cmds[0].arg("TYPE").arg(k.view());
+  return run_read(client, route_of(key, key_len), cmds, [client, type](Replies &r, bool) {
+    kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_STATUS);
+    return code != KL_SUCCESS ? code : put_bytes(client, r[0]->str, r[0]->len, type, nullptr);
+  });
+}
+
+kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key);
+  ClientLock lock(client->mutex);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
+  std::vector<Command> cmds(1);
+  cmds[0].arg("RANDOMKEY");
+  bool answered = false;
+  for (auto &group : client->groups)
+    for (auto &server : group->servers) {
+      Replies r;
+      if (!run_on(client, server.get(), cmds, &r)) continue;
+      answered = true;
+      if (r[0]->type != REDIS_REPLY_STRING) continue;
+      std::string_view found(r[0]->str, r[0]->len);
+      // Under a logical-database prefix only keys of that database count.
+      if (!client->prefix.empty()) {
+        if (found.substr(0, client->prefix.size()) != client->prefix) continue;
+        found.remove_prefix(client->prefix.size());
+      }
+      return put_bytes(client, found.data(), found.size(), key, key_len);
+    }
+  return answered ? KL_NOTFOUND : down_code(client);
+}
+
+kl_return_t kl_rename(kl_client *client, char *key, size_t key_len, char *new_key,
+                      size_t new_key_len) {
+  return rename_key(client, key, key_len, new_key, new_key_len, false);
+}
+
+kl_return_t kl_renamenx(kl_client *client, char *key, size_t key_len, char *new_key,
+                        size_t new_key_len) {
+  return rename_key(client, key, key_len, new_key, new_key_len, true);
+}
+
+kl_return_t kl_set_ttl(kl_client *client, char *key, size_t key_len, size_t ttl) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key);
+  Key k(client, key, key_len);
+  std::vector<Command> cmds(ttl > 0 ? 1 : 2);
+  if (ttl > 0) {
+    cmds[0].arg("EXPIRE").arg(k.view()).arg_int(static_cast<long long>(ttl));
+  } else {
+    // PERSIST answers 0 both for a missing key and a key without TTL.
+    cmds[0].arg("EXISTS").arg(k.view());
+    cmds[1].arg("PERSIST").arg(k.view());
+  }
+  return run_write(client, route_of(key, key_len), cmds, [](Replies &r, bool) {
+    kl_return_t code = one_or(r[0].get(), KL_NOTFOUND);
+    if (code != KL_SUCCESS || r.size() == 1) return code;
+    return expect_type(r[1].get(), REDIS_REPLY_INTEGER);
+  });
+}
+
+kl_return_t kl_get_ttl(kl_client *client, char *key, size_t key_len, int *ttl) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key && ttl);
+  Key k(client, key, key_len);
+  std::vector<Command> cmds(1);
+  cmds[0].arg("TTL").arg(k.view());
+  return run_read(client, route_of(key, key_len), cmds, [ttl](Replies &r, bool) {
+    kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_INTEGER);
+    if (code != KL_SUCCESS) return code;
+    if (r[0]->integer == -2) return KL_NOTFOUND;
+    *ttl = static_cast<int>(r[0]->integer);
+    return KL_SUCCESS;
+  });
+}
+
+kl_return_t kl_move(kl_client *client, char *key, size_t key_len, int db) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(key && db >= 0);
+  Key k(client, key, key_len);
+  std::vector<Command> cmds(2);
+  cmds[0].arg("EXISTS").arg(k.view());
+  cmds[1].arg("MOVE").arg(k.view()).arg_int(db);
+  return run_write(client, route_of(key, key_len), cmds, [](Replies &r, bool) {
+    kl_return_t code = one_or(r[0].get(), KL_NOTFOUND);
+    return code != KL_SUCCESS ? code : one_or(r[1].get(), KL_ALREADY_EXISTS);
+  });
+}

@@ -1,0 +1,73 @@
+// The client record behind the opaque kl_client: settings, groups of servers
+// with their continuum, and one connection per server.
+#pragma once
+
+#include <hiredis/hiredis.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "continuum.h"
+#include "keyloom.h"
+#include "lock.h"
+
+namespace keyloom {
+
+struct Script;
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned kDefaultConnectTimeoutMs = 1000;
+constexpr unsigned kDefaultReconnectTimeoutMs = 1000;
+
+struct Server {
+  std::string host;
+  unsigned port = 0;
+  std::string name;  // "host:port", how kl_config_get/set address it
+  redisContext *ctx = nullptr;
+  bool down = false;            // failed; not retried before down_until
+  Clock::time_point down_until;
+  int version_major = 0;        // from INFO at connect (0: unknown)
+  int version_minor = 0;
+  std::vector<const Script *> loaded_scripts;  // SCRIPT LOADed on this connection
+};
+
+struct Group {
+  std::string name;
+  std::vector<std::unique_ptr<Server>> servers;  // in the order added
+  Continuum continuum;
+};
+
+}  // namespace keyloom
+
+struct kl_client {
+  kl_hash hash = KL_HASH_DEFAULT;
+  kl_server_distribution distribution = KL_DISTRIBUTION_MODULA;
+  kl_mm_t mm{};            // the caller's record, copied
+  bool custom_mm = false;  // false: the C library's allocator
+  unsigned flags = KL_FLAG_NONE;
+  keyloom::ClientMutex mutex;
+  kl_client_version version = CLIENT_VERSION_AUTO;
+  unsigned connect_timeout_ms = keyloom::kDefaultConnectTimeoutMs;
+  unsigned reconnect_timeout_ms = keyloom::kDefaultReconnectTimeoutMs;
+  bool has_password = false;
+  std::string password;
+  int db = 0;                              // the selected database
+  std::map<size_t, std::string> prefixes;  // logical-database key prefixes
+  std::string prefix;                      // the selected database's prefix
+  unsigned log_levels = 0;
+  std::vector<std::unique_ptr<keyloom::Group>> groups;  // in creation order
+};
+
+namespace keyloom {
+
+// The prefix of the selected database is kept in client->prefix.
+void refresh_prefix(kl_client *client);
+
+// Every server, in group order then server order.
+size_t server_count(const kl_client *client);
+
+}  // namespace keyloom

@@ -1,0 +1,81 @@
+// Server-side scripts shared by the set, sorted-set and dictionary families:
+// a collection and the hashes beside it (member values, word weights) change
+// together in one atomic step. A script raises on the first error reply
+// (wrong type), before anything is written.
+#pragma once
+
+#include "internal.h"
+
+namespace keyloom {
+
+// KEYS: the set or sorted set, its values hash.
+// ARGV: ttl, 'SADD' or 'ZADD', then per member: [score,] member, value.
+// An empty value means "no value" and drops any old one. A values hash left
+// over from a collection that no longer exists (deleted, expired) is cleared
+// first. Returns how many members were new.
+inline Script add_with_values{R"lua(
+local width = ARGV[2] == 'ZADD' and 2 or 1
+if redis.call('EXISTS', KEYS[1]) == 0 then redis.call('DEL', KEYS[2]) end
+local added = 0
+for i = 3, #ARGV, width + 1 do
+  local member, value = ARGV[i + width - 1], ARGV[i + width]
+  added = added + redis.call(ARGV[2], KEYS[1], unpack(ARGV, i, i + width - 1))
+  if value == '' then redis.call('HDEL', KEYS[2], member)
+  else redis.call('HSET', KEYS[2], member, value) end
+end
+if ARGV[1] ~= '0' then
+  for _, key in ipairs(KEYS) do redis.call('EXPIRE', key, ARGV[1]) end
+end
+return added
+)lua", {}};
+
+// KEYS: the collection, then the hashes holding data per member.
+// ARGV: 'SREM' or 'ZREM', the members. Returns how many were members.
+inline Script remove_with_values{R"lua(
+local removed = 0
+for i = 2, #ARGV, 1000 do
+  local last = math.min(i + 999, #ARGV)
+  removed = removed + redis.call(ARGV[1], KEYS[1], unpack(ARGV, i, last))
+  for k = 2, #KEYS do redis.call('HDEL', KEYS[k], unpack(ARGV, i, last)) end
+end
+return removed
+)lua", {}};
+
+// KEYS: the sorted set, its values hash.
+// ARGV: ttl, 'ZRANGE' or 'ZRANGEBYSCORE', the two bounds. Removes the
+// members in that range with their values; returns how many.
+inline Script remove_range_with_values{R"lua(
+local doomed = redis.call(ARGV[2], KEYS[1], ARGV[3], ARGV[4])
+for i = 1, #doomed, 1000 do
+  local last = math.min(i + 999, #doomed)
+  redis.call('ZREM', KEYS[1], unpack(doomed, i, last))
+  redis.call('HDEL', KEYS[2], unpack(doomed, i, last))
+end
+if ARGV[1] ~= '0' then
+  for _, key in ipairs(KEYS) do redis.call('EXPIRE', key, ARGV[1]) end
+end
+return #doomed
+)lua", {}};
+
+// KEYS: the collection, then hashes to read per member.
+// ARGV: stride, a range command, its arguments after the key.
+// Returns {range reply, values from KEYS[2], values from KEYS[3], ...}, the
+// values aligned with the members (every stride-th element of the range,
+// so that member/score replies work too); nil where a hash has no entry.
+inline Script read_with_values{R"lua(
+local range = redis.call(ARGV[2], KEYS[1], unpack(ARGV, 3))
+local members = {}
+for i = 1, #range, tonumber(ARGV[1]) do members[#members + 1] = range[i] end
+local result = {range}
+for k = 2, #KEYS do
+  local values = {}
+  for i = 1, #members, 1000 do
+    local part = redis.call('HMGET', KEYS[k], unpack(members, i, math.min(i + 999, #members)))
+    for j = 1, #part do values[#values + 1] = part[j] end
+  end
+  result[#result + 1] = values
+end
+return result
+)lua", {}};
+
+}  // namespace keyloom

@@ -1,0 +1,84 @@
+// Server distribution: which server of a group a key belongs to.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "keyloom.h"
+
+namespace keyloom {
+
+// The name of a server on the continuum: "host:port", or "host" for port 11211
+// (the memcached default port, left out for compatibility with other clients).
+std::string point_base(std::string_view host, unsigned port);
+
+// How the digest count of a weighted server is rounded.
+enum class DigestRule {
+  // floor(((w / W) * 160 / 4) * n), every step in single precision (the
+  // common rule; 39 instead of 40 digests for some n with equal weights).
+  single_precision,
+  // floor(float(float(w / W) * 40.0 * n)), the product in double (the
+  // original last.fm library).
+  double_product,
+};
+
+// MD5 digests (4 points each) for a server of weight w among n servers whose
+// weights add up to total_weight.
+unsigned ketama_digests(unsigned weight, unsigned long long total_weight, size_t servers,
+                        DigestRule rule = DigestRule::single_precision);
+
+// Point j (0..3) of an MD5 digest: bytes 4j .. 4j+3 read little-endian.
+uint32_t digest_point(const unsigned char digest[16], unsigned j);
+
+// Which server of a group a key belongs to. Build once per server-list change;
+// lookups are const, allocation-free and safe from several threads at once.
+class Continuum {
+ public:
+  // Rebuilds for these servers (point bases in the order they were added).
+  // MODULA keeps no points; CONSISTENT has 100 points per server, each the
+  // key hash of "base-i"; CONSISTENT_KETAMA is build_weighted() with every
+  // weight 1. An unknown distribution is taken as MODULA.
+  void build(kl_server_distribution distribution, kl_hash hash,
+             const std::vector<std::string> &servers);
+  // The weighted MD5 continuum: ketama_digests() digests of "base-i" per
+  // server, 4 points each; keys hashed with `hash`. weights has one entry per
+  // server.
+  void build_weighted(kl_hash hash, const std::vector<std::string> &servers,
+                      const std::vector<unsigned> &weights,
+                      DigestRule rule = DigestRule::single_precision);
+
+  // Index (in the order added) of the server for key; 0 without hashing when
+  // there is one server; must not be called with no servers (answers 0).
+  size_t server_for(const char *key, size_t len) const;
+  size_t servers() const { return servers_; }
+
+  kl_server_distribution distribution() const { return distribution_; }
+  kl_hash hash() const { return hash_; }
+  // The sorted continuum (empty for MODULA): point i's value and server.
+  size_t points() const { return values_.size(); }
+  uint32_t point_value(size_t i) const { return values_[i]; }
+  size_t point_server(size_t i) const { return owners_[i]; }
+  // The point a key hash lands on: the first point >= h, else point 0.
+  // Requires points() > 0.
+  size_t point_for_hash(uint32_t h) const;
+
+ private:
+  struct Point {
+    uint32_t value;
+    uint32_t server;
+  };
+  void finish(std::vector<Point> &points);
+
+  kl_server_distribution distribution_ = KL_DISTRIBUTION_MODULA;
+  kl_hash hash_ = KL_HASH_DEFAULT;
+  size_t servers_ = 0;
+  // Parallel arrays, sorted by value then server: the binary search touches
+  // only the values.
+  std::vector<uint32_t> values_;
+  std::vector<uint32_t> owners_;
+};
+
+}  // namespace keyloom

@@ -1,0 +1,53 @@
+// Pipelined batches to several servers: every batch is sent before any reply
+// is read, so N servers cost about one round trip. Callers hold the client
+// lock.
+#pragma once
+
+#include <vector>
+
+#include "client.h"
+#include "internal.h"
+
+namespace keyloom {
+
+struct Batch {
+  Server *server = nullptr;
+  Command *cmds = nullptr;       // contiguous commands...
+  size_t count = 0;
+  std::vector<Command *> picked;  // ...or these, when not empty
+  Replies replies;               // one per command after exchange()
+  bool failed = false;           // down, lost, timed out: no replies
+  std::vector<unsigned char> preloaded;  // SCRIPT LOAD sent before command i
+
+  size_t size() const { return picked.empty() ? count : picked.size(); }
+  Command &cmd(size_t i) { return picked.empty() ? cmds[i] : *picked[i]; }
+};
+
+// Runs every non-empty batch. A failed server is marked down.
+void exchange(kl_client *client, Batch *batches, size_t n);
+
+// The code for "every server needed is down".
+inline kl_return_t down_code(const kl_client *client) {
+  return client->groups.size() > 1 ? KL_ALL_GROUP_SERVERS_DOWN : KL_SERVER_DOWN;
+}
+
+// The route's server in group g.
+inline Server *server_for(const Group &g, Route route) {
+  return g.servers[g.continuum.server_for(route.data, route.len)].get();
+}
+
+// The servers an administration command addresses: group null/"" = every
+// group (and "_NL_" when no group has that name); a non-empty server
+// "host:port" narrows it to that server. False when the group or server is
+// unknown.
+bool addressed_servers(const kl_client *client, const char *group, std::string_view server,
+                       std::vector<Server *> *out);
+
+// One code per addressed server into *results (when results is not null).
+kl_return_t put_results(const kl_client *client, const std::vector<kl_return_t> &codes,
+                        kl_return_t **results);
+// KL_SUCCESS when every code is, the first failure when none is, else
+// KL_PARTIAL_RESULT.
+kl_return_t combine_codes(const std::vector<kl_return_t> &codes);
+
+}  // namespace keyloom

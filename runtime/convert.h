@@ -1,0 +1,113 @@
+// Value conversion (design Part 3.1).
+//
+// Converters take a JavaScript value and an out pointer, return a result code
+// (0 success, -5 type error, -7 overflow) and write the C value only on
+// success; they never throw. They are inline: they are the hot path of every
+// wrapper. A number is what IsNumber accepts (a number primitive only).
+#pragma once
+
+#include <v8.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "runtime/compat.h"
+#include "runtime/errors.h"
+#include "runtime/proxy.h"
+#include "runtime/registry.h"
+
+namespace keyloom {
+
+// The engine's IntegerValue of a number, computed from its double: truncation
+// toward zero, NaN as 0, saturating at the ends of the 64-bit range (V8's
+// NumberToInt64). Reading the double directly spares the context round trip
+// of Value::IntegerValue(context), with the same result.
+inline int64_t IntegerValueOf(double d) {
+  if (std::isnan(d)) return 0;
+  if (d >= 9223372036854775808.0) return INT64_MAX;
+  if (d <= -9223372036854775808.0) return INT64_MIN;
+  return static_cast<int64_t>(d);
+}
+
+// The processor's truncating conversion of a double to a signed 64-bit integer
+// (cvttsd2si): NaN, the infinities and every magnitude at or above 2^63 give
+// the most negative value. Written out so that it is defined behaviour.
+inline int64_t TruncateToInt64(double d) {
+  if (d >= -9223372036854775808.0 && d < 9223372036854775808.0) return static_cast<int64_t>(d);
+  return INT64_MIN;
+}
+
+inline double NumberOf(v8::Local<v8::Value> value) { return value.As<v8::Number>()->Value(); }
+
+}  // namespace keyloom
+
+// int, and the typedefs and enumerations that take the same path: the low 32
+// bits of IntegerValue, no range check.
+inline int SWIG_AsVal_int(v8::Local<v8::Value> obj, int* val) {
+  if (!obj->IsNumber()) return SWIG_TypeError;
+  if (val) {
+    *val = static_cast<int>(
+        static_cast<uint32_t>(static_cast<uint64_t>(keyloom::IntegerValueOf(keyloom::NumberOf(obj)))));
+  }
+  return SWIG_OK;
+}
+
+// unsigned int: the truncated value must lie in 0..4294967295.
+inline int SWIG_AsVal_unsigned_SS_int(v8::Local<v8::Value> obj, unsigned int* val) {
+  if (!obj->IsNumber()) return SWIG_TypeError;
+  int64_t v = keyloom::TruncateToInt64(keyloom::NumberOf(obj));
+  if (v < 0 || v > 4294967295LL) return SWIG_OverflowError;
+  if (val) *val = static_cast<unsigned int>(v);
+  return SWIG_OK;
+}
+
+// size_t: the truncated value must not be negative.
+inline int SWIG_AsVal_size_t(v8::Local<v8::Value> obj, size_t* val) {
+  if (!obj->IsNumber()) return SWIG_TypeError;
+  int64_t v = keyloom::TruncateToInt64(keyloom::NumberOf(obj));
+  if (v < 0) return SWIG_OverflowError;
+  if (val) *val = static_cast<size_t>(v);
+  return SWIG_OK;
+}
+
+// double: any number, as it is.
+inline int SWIG_AsVal_double(v8::Local<v8::Value> obj, double* val) {
+  if (!obj->IsNumber()) return SWIG_TypeError;
+  if (val) *val = keyloom::NumberOf(obj);
+  return SWIG_OK;
+}
+
+// char *: a string primitive becomes a new[] copy of its UTF-8 form and a NUL
+// byte, exactly UTF-8 length + 1 bytes (marker 512: the caller frees it with
+// delete[]); a proxy of descriptor _p_char passes its address (marker 0).
+// Anything else, null and undefined included, is a type error.
+inline int SWIG_AsCharPtrAndSize(v8::Isolate* isolate, v8::Local<v8::Value> valRef, char** cptr,
+                                 size_t* psize, int* alloc) {
+  if (valRef->IsString()) {
+    v8::Local<v8::String> js_str = valRef.As<v8::String>();
+    size_t len = keyloom::compat::Utf8Length(isolate, js_str) + 1;
+    char* cstr = new char[len];
+    keyloom::compat::WriteUtf8(isolate, js_str, cstr, len);
+    if (alloc) *alloc = SWIG_NEWOBJ;
+    if (psize) *psize = len - 1;
+    if (cptr) *cptr = cstr;
+    return SWIG_OK;
+  }
+  if (valRef->IsObject()) {
+    swig_type_info* pchar_descriptor = SWIG_pchar_descriptor();
+    void* vptr = nullptr;
+    if (pchar_descriptor && SWIG_V8_ConvertPtr(valRef, &vptr, pchar_descriptor, 0) == SWIG_OK) {
+      if (cptr) *cptr = static_cast<char*>(vptr);
+      if (psize) *psize = vptr ? std::strlen(static_cast<char*>(vptr)) + 1 : 0;
+      if (alloc) *alloc = SWIG_OLDOBJ;
+      return SWIG_OK;
+    }
+  }
+  return SWIG_TypeError;
+}
+
+// A JavaScript integer from a 32-bit value.
+inline v8::Local<v8::Value> SWIG_From_int(v8::Isolate* isolate, int value) {
+  return v8::Integer::New(isolate, value);
+}

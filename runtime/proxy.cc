@@ -1,0 +1,252 @@
+// Proxy objects and class templates (design Part 2.2).
+#include "runtime/proxy.h"
+
+#include <node.h>
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+// ---- Per-isolate state ----------------------------------------------------------
+//
+// A template belongs to one isolate, and the module may be loaded in several
+// (the main thread and worker threads), so the "SwigProxy" template, and the
+// list of live records, are kept per isolate. The first isolate to initialize
+// the module gets the primary state, found with one comparison; other isolates
+// are looked up under a lock. States are never freed, only recycled: a state
+// whose environment ended has a null isolate and is handed to the next isolate.
+
+struct SWIGV8_IsolateState {
+  std::atomic<v8::Isolate*> isolate{nullptr};
+  // The design's persistent handle to the "SwigProxy" template (strong).
+  v8::Global<v8::FunctionTemplate> SWIGV8_SWIGTYPE_Proxy_class_templ;
+  // Its instance template, kept to spare the lookup on every proxy made.
+  v8::Global<v8::ObjectTemplate> instance_templ;
+  // Records whose objects are alive (their finaliser has not run).
+  SWIGV8_Proxy* live = nullptr;
+};
+
+static std::atomic<SWIGV8_IsolateState*> g_primary_state{nullptr};
+static std::mutex g_states_mutex;
+// Allocated once and never freed: nothing of it is destroyed at process exit,
+// when the isolates may be gone already.
+static std::vector<SWIGV8_IsolateState*>* g_states = nullptr;
+
+static SWIGV8_IsolateState* SWIGV8_FindState(v8::Isolate* isolate) {
+  SWIGV8_IsolateState* primary = g_primary_state.load(std::memory_order_acquire);
+  if (primary && primary->isolate.load(std::memory_order_relaxed) == isolate) return primary;
+  std::lock_guard<std::mutex> lock(g_states_mutex);
+  if (g_states) {
+    for (SWIGV8_IsolateState* state : *g_states) {
+      if (state->isolate.load(std::memory_order_relaxed) == isolate) return state;
+    }
+  }
+  return nullptr;
+}
+
+static void SWIGV8_Unlink(SWIGV8_Proxy* proxy) {
+  SWIGV8_IsolateState* owner = proxy->owner;
+  if (!owner) return;
+  if (proxy->prev) {
+    proxy->prev->next = proxy->next;
+  } else {
+    owner->live = proxy->next;
+  }
+  if (proxy->next) proxy->next->prev = proxy->prev;
+  proxy->owner = nullptr;
+  proxy->prev = proxy->next = nullptr;
+}
+
+// Environment cleanup: frees the records still alive (their finalisers would
+// never run) and lets go of the templates, then hands the state back.
+static void SWIGV8_CleanupIsolate(void* arg) {
+  auto* state = static_cast<SWIGV8_IsolateState*>(arg);
+  v8::Isolate* isolate = state->isolate.load(std::memory_order_relaxed);
+  v8::HandleScope scope(isolate);
+  while (SWIGV8_Proxy* proxy = state->live) {
+    if (!proxy->handle.IsEmpty()) {
+      keyloom::compat::SetAlignedPointer(proxy->handle.Get(isolate), 0, nullptr);
+    }
+    delete proxy;  // unlinks it
+  }
+  state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset();
+  state->instance_templ.Reset();
+  state->isolate.store(nullptr, std::memory_order_release);
+}
+
+// The isolate's state, made (or recycled) on its first initialization.
+static SWIGV8_IsolateState* SWIGV8_ClaimState(v8::Isolate* isolate) {
+  if (SWIGV8_IsolateState* state = SWIGV8_FindState(isolate)) return state;
+  SWIGV8_IsolateState* state = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(g_states_mutex);
+    if (!g_states) g_states = new std::vector<SWIGV8_IsolateState*>();
+    for (SWIGV8_IsolateState* candidate : *g_states) {
+      if (candidate->isolate.load(std::memory_order_relaxed) == nullptr) {
+        state = candidate;
+        break;
+      }
+    }
+    if (!state) {
+      state = new SWIGV8_IsolateState();
+      g_states->push_back(state);
+    }
+    state->isolate.store(isolate, std::memory_order_release);
+    if (g_primary_state.load(std::memory_order_relaxed) == nullptr) {
+      g_primary_state.store(state, std::memory_order_release);
+    }
+  }
+  node::AddEnvironmentCleanupHook(isolate, SWIGV8_CleanupIsolate, state);
+  return state;
+}
+
+// ---- Records and their finalisation --------------------------------------------
+
+SWIGV8_Proxy::SWIGV8_Proxy(v8::Isolate* isolate_)
+    : swigCMemOwn(false),
+      swigCObject(nullptr),
+      info(nullptr),
+      isolate(isolate_),
+      owner(nullptr),
+      prev(nullptr),
+      next(nullptr) {
+  keyloom::compat::AdjustExternalMemory(isolate, 1000);
+}
+
+SWIGV8_Proxy::~SWIGV8_Proxy() {
+  if (!handle.IsEmpty()) {
+    handle.ClearWeak();
+    handle.Reset();
+  }
+  SWIGV8_Unlink(this);
+  keyloom::compat::AdjustExternalMemory(isolate, -1000);
+}
+
+// Second pass of the finaliser: frees the record and takes the charge back.
+static void SWIGV8_Proxy_DefaultDtorSecondPass(const v8::WeakCallbackInfo<SWIGV8_Proxy>& data) {
+  delete data.GetParameter();
+}
+
+// SWIGV8_Proxy_DefaultDtor, the finaliser of every proxy. Its first pass may
+// only reset the handle (no other engine call); the record is freed in the
+// second pass. The C object is not touched.
+static void SWIGV8_Proxy_DefaultDtor(const v8::WeakCallbackInfo<SWIGV8_Proxy>& data) {
+  SWIGV8_Proxy* proxy = data.GetParameter();
+  if (!proxy) return;
+  proxy->handle.Reset();
+  SWIGV8_Unlink(proxy);
+  data.SetSecondPassCallback(SWIGV8_Proxy_DefaultDtorSecondPass);
+}
+
+// ---- The class template ------------------------------------------------------------
+
+static v8::Local<v8::String> SWIGV8_Name(v8::Isolate* isolate, const char* name) {
+  return v8::String::NewFromUtf8(isolate, name, v8::NewStringType::kNormal).ToLocalChecked();
+}
+
+v8::Local<v8::FunctionTemplate> SWIGV8_CreateClassTemplate(v8::Isolate* isolate,
+                                                           const char* name) {
+  v8::EscapableHandleScope scope(isolate);
+  v8::Local<v8::FunctionTemplate> class_templ = v8::FunctionTemplate::New(isolate);
+  class_templ->SetClassName(SWIGV8_Name(isolate, name));
+  v8::Local<v8::ObjectTemplate> inst_templ = class_templ->InstanceTemplate();
+  inst_templ->SetInternalFieldCount(1);
+  v8::Local<v8::ObjectTemplate> prototype = class_templ->PrototypeTemplate();
+  prototype->Set(SWIGV8_Name(isolate, "equals"),
+                 v8::FunctionTemplate::New(isolate, _SWIGV8_wrap_equals));
+  prototype->Set(SWIGV8_Name(isolate, "getCPtr"),
+                 v8::FunctionTemplate::New(isolate, _wrap_getCPtr));
+  return scope.Escape(class_templ);
+}
+
+void SWIGV8_InstallProxyClass(v8::Isolate* isolate) {
+  SWIGV8_IsolateState* state = SWIGV8_ClaimState(isolate);
+  v8::Local<v8::FunctionTemplate> templ = SWIGV8_CreateClassTemplate(isolate, "SwigProxy");
+  // A template made by an earlier initialization is disposed of first.
+  state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset();
+  state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset(isolate, templ);
+  state->instance_templ.Reset(isolate, templ->InstanceTemplate());
+}
+
+// ---- Making proxies -------------------------------------------------------------------
+
+v8::Local<v8::Value> SWIG_V8_NewPointerObj(v8::Isolate* isolate, void* ptr,
+                                           swig_type_info* info, int flags) {
+  if (ptr == nullptr) return v8::Null(isolate);
+  SWIGV8_IsolateState* state = SWIGV8_FindState(isolate);
+  auto* clientdata = info ? static_cast<SWIGV8_ClientData*>(info->clientdata) : nullptr;
+  v8::Local<v8::ObjectTemplate> templ =
+      clientdata ? v8::Local<v8::FunctionTemplate>::New(isolate, clientdata->class_templ)
+                       ->InstanceTemplate()
+                 : state->instance_templ.Get(isolate);
+  v8::Local<v8::Object> result =
+      templ->NewInstance(isolate->GetCurrentContext()).ToLocalChecked();
+
+  auto* cdata = new SWIGV8_Proxy(isolate);
+  cdata->swigCObject = ptr;
+  cdata->swigCMemOwn = (flags & SWIG_POINTER_OWN) != 0;
+  cdata->info = info;
+  keyloom::compat::SetAlignedPointer(result, 0, cdata);
+  cdata->handle.Reset(isolate, result);
+  if (cdata->swigCMemOwn && clientdata && clientdata->dtor) {
+    cdata->handle.SetWeak(cdata, clientdata->dtor, v8::WeakCallbackType::kParameter);
+  } else {
+    cdata->handle.SetWeak(cdata, SWIGV8_Proxy_DefaultDtor, v8::WeakCallbackType::kParameter);
+  }
+  // Every weak handle of today's engine may die in a minor collection: the
+  // design's "independent" mark has no call of its own any more.
+  if (state) {
+    cdata->owner = state;
+    cdata->next = state->live;
+    if (state->live) state->live->prev = cdata;
+    state->live = cdata;
+  }
+  return result;
+}
+
+// ---- Converting back -------------------------------------------------------------------
+
+bool SWIGV8_CheckCast(swig_type_info* from, swig_type_info* ty) {
+  if (SWIG_TypeCheckStruct(from, ty)) return true;
+  return from && from->name && ty && SWIG_TypeCheck(from->name, ty);
+}
+
+int SWIG_V8_GetInstancePtr(v8::Local<v8::Value> value, void** ptr) {
+  if (!value->IsObject()) return SWIG_TypeError;
+  v8::Local<v8::Object> object = value.As<v8::Object>();
+  if (object->InternalFieldCount() < 1) return SWIG_ERROR;
+  auto* cdata = static_cast<SWIGV8_Proxy*>(keyloom::compat::GetAlignedPointer(object, 0));
+  if (cdata == nullptr) return SWIG_ERROR;
+  *ptr = cdata->swigCObject;
+  return SWIG_OK;
+}
+
+// ---- equals and getCPtr ------------------------------------------------------------------
+
+void _SWIGV8_wrap_equals(const v8::FunctionCallbackInfo<v8::Value>& info) {
+  if (info.Length() != 1) {
+    SWIGV8_ErrorHandler.error(SWIG_ERROR, "Illegal number of arguments for equals.");
+    return;
+  }
+  void* arg1 = nullptr;
+  void* arg2 = nullptr;
+  if (SWIG_V8_GetInstancePtr(info.This(), &arg1) < 0) {
+    SWIGV8_ErrorHandler.error(SWIG_ERROR, "Could not get pointer from 'this' object for equals.");
+    return;
+  }
+  if (SWIG_V8_GetInstancePtr(info[0], &arg2) < 0) {
+    SWIGV8_ErrorHandler.error(SWIG_TypeError, "in method 'equals', argument 1 of type 'void *'");
+    return;
+  }
+  info.GetReturnValue().Set(arg1 == arg2);
+}
+
+void _wrap_getCPtr(const v8::FunctionCallbackInfo<v8::Value>& info) {
+  void* arg1 = nullptr;
+  if (SWIG_V8_GetInstancePtr(info.This(), &arg1) < 0) {
+    SWIGV8_ErrorHandler.error(SWIG_TypeError, "in method 'getCPtr', argument 1 of type 'void *'");
+    return;
+  }
+  info.GetReturnValue().Set(static_cast<double>(reinterpret_cast<int64_t>(arg1)));
+}

@@ -1,0 +1,140 @@
+'use strict';
+// Failures: KeyloomError with the library's code and text, argument errors as
+// TypeError, and a closed client.
+const test = require('node:test');
+const assert = require('node:assert/strict');
+const { servers, client, keyloom, kl, address } = require('./support.js');
+
+const { KeyloomError, createClient, codes } = keyloom;
+let db;
+let server;
+test.before(async () => {
+  [server] = await servers(1);
+  db = client([server]);
+});
+test.beforeEach(() => db.flushdb());
+
+test('a wrong-type operation throws KeyloomError KL_SERVER_ERROR with the library text', () => {
+  db.set('s', 'v');
+  let caught;
+  try {
+    db.lpush('s', 'x');
+  } catch (err) {
+    caught = err;
+  }
+  assert.ok(caught instanceof KeyloomError);
+  assert.ok(caught instanceof Error);
+  assert.equal(caught.name, 'KeyloomError');
+  assert.equal(caught.code, kl.KL_SERVER_ERROR);
+  assert.equal(caught.codeName, 'KL_SERVER_ERROR');
+  assert.equal(caught.message, kl.kl_strerror(kl.KL_SERVER_ERROR));
+  assert.equal(caught.command, 'lpush');
+  assert.equal(caught.key, 's');
+});
+
+test('reads of the wrong type throw too', () => {
+  db.rpush('l', 'x');
+  assert.throws(() => db.get('l'), (e) => e instanceof KeyloomError && e.codeName === 'KL_SERVER_ERROR');
+  assert.throws(() => db.hgetall('l'), (e) => e.codeName === 'KL_SERVER_ERROR');
+  assert.throws(() => db.incr('l'), (e) => e.codeName === 'KL_SERVER_ERROR');
+});
+
+test('codes maps every result name to its number', () => {
+  assert.equal(codes.KL_SUCCESS, 0);
+  assert.equal(codes.KL_NOTFOUND, kl.KL_NOTFOUND);
+  assert.equal(codes.KL_ALL_GROUP_SERVERS_DOWN, kl.KL_ALL_GROUP_SERVERS_DOWN);
+  assert.equal(Object.keys(codes).length, 21);
+});
+
+test('a server that is down gives KL_SERVER_DOWN or KL_CONNECTION_FAILURE', async () => {
+  const [gone] = await servers(1);
+  const c = client([gone]);
+  c.set('k', 'v');
+  await gone.stop();
+  assert.throws(() => c.get('k'), (e) => e instanceof KeyloomError &&
+    ['KL_SERVER_DOWN', 'KL_CONNECTION_FAILURE', 'KL_ALL_GROUP_SERVERS_DOWN'].includes(e.codeName));
+});
+
+test('arguments of the wrong kind throw TypeError before anything is sent', () => {
+  assert.throws(() => db.set({}, 'v'), TypeError);
+  assert.throws(() => db.set('k', null), TypeError);
+  assert.throws(() => db.set('k', 'v', { ttl: -1 }), TypeError);
+  assert.throws(() => db.mget('k'), TypeError);
+  assert.throws(() => db.lrange('k', 0.5, 1), TypeError);
+  assert.throws(() => db.zadd('k', 'one', 'm'), TypeError);
+  assert.equal(db.dbsize(), 0);
+});
+
+test('createClient rejects unknown hashes, distributions and bad servers', () => {
+  assert.throws(() => createClient({ servers: [address(server)], hash: 'sha1' }), /unknown hash 'sha1'/);
+  assert.throws(() => createClient({ servers: [address(server)], distribution: 'random' }), /unknown distribution/);
+  assert.throws(() => createClient({ servers: ['127.0.0.1:0'] }), /bad port/);
+  assert.throws(() => createClient({ servers: [] }), /no servers/);
+});
+
+test('createClient accepts every hash and distribution by name, and { host, port } servers', () => {
+  for (const hash of ['default', 'md5', 'crc', 'fnv1_64', 'fnv1a_64', 'fnv1_32', 'fnv1a_32', 'hsieh', 'murmur']) {
+    for (const distribution of ['modula', 'consistent', 'ketama']) {
+      const c = createClient({ servers: [{ host: server.host, port: server.port }], hash, distribution });
+      try {
+        c.set(`h:${hash}:${distribution}`, 'v');
+        assert.equal(c.get(`h:${hash}:${distribution}`), 'v');
+      } finally {
+        c.close();
+      }
+    }
+  }
+});
+
+test('close() ends the client: later calls throw KL_INVALID_CLIENT, closing again is harmless', () => {
+  const c = createClient({ servers: [address(server)] });
+  c.set('c', 'v');
+  assert.equal(c.closed, false);
+  c.close();
+  assert.equal(c.closed, true);
+  assert.throws(() => c.get('c'), (e) => e instanceof KeyloomError && e.codeName === 'KL_INVALID_CLIENT');
+  assert.throws(() => c.handle, (e) => e.code === kl.KL_INVALID_CLIENT);
+  c.close();
+  assert.equal(db.get('c'), 'v');
+});
+
+test('duplicate() makes an independent client on the same servers', () => {
+  const c = createClient({ servers: [address(server)] });
+  const d = c.duplicate();
+  c.close();
+  d.set('dup', 'v');
+  assert.equal(d.get('dup'), 'v');
+  d.close();
+});
+
+test('quit() closes connections, which reopen on the next command', () => {
+  db.set('q', 'v');
+  assert.equal(db.quit(), true);
+  assert.equal(db.get('q'), 'v');
+});
+
+test('handle exposes the exact-layer client for calls the client does not wrap', () => {
+  db.set('ex', 'v');
+  assert.equal(kl.kl_exists(db.handle, 'ex', 2), kl.KL_SUCCESS);
+});
+
+test('password: a server that requires one works with it and refuses without it', async () => {
+  const [locked] = await servers(1, { password: 's3cret' });
+  const ok = client([locked], { password: 's3cret' });
+  ok.set('p', 'v');
+  assert.equal(ok.get('p'), 'v');
+  const c = client([locked]);
+  assert.throws(() => c.get('p'), KeyloomError);
+  c.auth('s3cret');
+  assert.equal(c.get('p'), 'v');
+});
+
+test('db selects a database for the whole client', () => {
+  const c = client([server], { db: 3 });
+  c.set('indb3', 'v');
+  assert.equal(db.get('indb3'), null);
+  db.select(3);
+  assert.equal(db.get('indb3'), 'v');
+  db.flushdb();
+  db.select(0);
+});

@@ -1,0 +1,85 @@
+'use strict';
+// Several servers: keys spread over shards, multi-key commands across them,
+// routing strings, groups with fail-over, dirty writes and their repair.
+const test = require('node:test');
+const assert = require('node:assert/strict');
+const { servers, client, address, keyloom } = require('./support.js');
+
+const keys = Array.from({ length: 64 }, (_, i) => `key:${i}`);
+
+function keysOn(server, pattern = '*') {
+  const one = keyloom.createClient({ servers: [address(server)] });
+  try {
+    return one.keys(pattern).sort();
+  } finally {
+    one.close();
+  }
+}
+
+test('keys spread over two shards; mget, del and dbsize span both', async () => {
+  const [a, b] = await servers(2);
+  const db = client([a, b], { distribution: 'ketama' });
+  db.mset(keys.map((k) => [k, `v:${k}`]));
+  const onA = keysOn(a);
+  const onB = keysOn(b);
+  assert.ok(onA.length > 0 && onB.length > 0, `spread ${onA.length}/${onB.length}`);
+  assert.equal(onA.length + onB.length, keys.length);
+  assert.deepEqual(db.mget(keys), keys.map((k) => `v:${k}`));
+  assert.equal(db.dbsize(), keys.length);
+  assert.deepEqual(db.keys('key:*').sort(), [...keys].sort());
+  assert.equal(db.info().length, 2);
+  assert.equal(db.del(keys), keys.length);
+  assert.equal(db.dbsize(), 0);
+});
+
+test('sunion merges sets that live on different shards', async () => {
+  const [a, b] = await servers(2);
+  const db = client([a, b]);
+  const names = Array.from({ length: 10 }, (_, i) => `set:${i}`);
+  names.forEach((n, i) => db.sadd(n, [`m${i}`, 'shared']));
+  const union = db.sunion(names).sort();
+  assert.deepEqual(union, [...names.map((_, i) => `m${i}`), 'shared'].sort());
+});
+
+test('a routing string keeps related keys on one shard and reads them together', async () => {
+  const [a, b] = await servers(2);
+  const db = client([a, b]);
+  const related = Array.from({ length: 12 }, (_, i) => `user:7:${i}`);
+  related.forEach((k, i) => db.set(k, String(i), { route: 'user:7' }));
+  const onA = keysOn(a, 'user:7:*');
+  const onB = keysOn(b, 'user:7:*');
+  assert.ok(onA.length === related.length || onB.length === related.length, `${onA.length}/${onB.length}`);
+  assert.deepEqual(db.mget(related, { route: 'user:7' }), related.map((_, i) => String(i)));
+  assert.equal(db.get('user:7:3', { route: 'user:7' }), '3');
+  assert.throws(() => db.set('user:7:x', 'v', { route: 'user:7', ttl: 5 }), TypeError);
+});
+
+test('groups each hold a full copy; reads fail over to the next group', async () => {
+  const [a, b] = await servers(2);
+  const db = client([], { servers: [], groups: { main: [address(a)], backup: [address(b)] }, reconnectMs: 60000 });
+  db.set('g', 'v');
+  assert.deepEqual(keysOn(a), ['g']);
+  assert.deepEqual(keysOn(b), ['g']);
+  assert.equal(db.keys('*', { group: 'backup' }).length, 1);
+  assert.equal(db.dbsize({ group: 'main' }), 1);
+  await a.stop();
+  assert.equal(db.get('g'), 'v');
+});
+
+test('a write that reaches only some groups is reported to onDirty and repaired by repair()', async () => {
+  const [a, b] = await servers(2);
+  const dirty = [];
+  const options = { servers: [], groups: { one: [address(a)], two: [address(b)] }, reconnectMs: 100 };
+  const db = client([], { ...options, onDirty: (w) => dirty.push(w) });
+  await b.stop();
+  db.set('d', 'v1');
+  assert.equal(dirty.length, 1);
+  assert.equal(dirty[0].command, 'set');
+  assert.equal(dirty[0].key, 'd');
+  assert.equal(dirty[0].code & 128, 128);
+  const [again] = await servers(1, { port: b.port });
+  assert.deepEqual(keysOn(again), []);
+  await new Promise((r) => setTimeout(r, 300)); // past the reconnect delay
+  assert.equal(db.repair('d'), 1);
+  assert.deepEqual(keysOn(again), ['d']);
+});

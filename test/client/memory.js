@@ -1,0 +1,45 @@
+'use strict';
+// Memory sampling for the leak tests: run a bounded loop (by count and by a time
+// cap), sample rss and external memory after full collections, and compare a late
+// window with an early one taken after warm-up.
+const v8 = require('node:v8');
+const vm = require('node:vm');
+
+v8.setFlagsFromString('--expose-gc');
+const gc = globalThis.gc ?? vm.runInNewContext('gc');
+
+function sample() {
+  gc();
+  gc();
+  const m = process.memoryUsage();
+  return { rss: m.rss, external: m.external };
+}
+
+const mean = (xs) => xs.reduce((a, b) => a + b, 0) / xs.length;
+
+/**
+ * Calls step(i) for i = 0 .. total-1, stopping early at capMs; samples memory
+ * every `every` steps. Resolves to { done, early, late, samples } where early and
+ * late are the mean rss/external over the samples of the second fifth and the
+ * last fifth of the steps done (the first fifth is warm-up).
+ */
+async function measure({ total, capMs, every }, step) {
+  const samples = [];
+  const start = Date.now();
+  let done = 0;
+  while (done < total && Date.now() - start < capMs) {
+    const end = Math.min(total, done + every);
+    for (; done < end; done++) step(done);
+    samples.push({ at: done, ...sample() });
+    await new Promise((r) => setImmediate(r)); // let the test runner breathe
+  }
+  const window = (from, to) => {
+    const picked = samples.filter((s) => s.at > from * done && s.at <= to * done);
+    return { rss: mean(picked.map((s) => s.rss)), external: mean(picked.map((s) => s.external)), n: picked.length };
+  };
+  return { done, early: window(0.2, 0.4), late: window(0.8, 1), samples };
+}
+
+const MB = 1024 * 1024;
+
+module.exports = { measure, MB };

@@ -1,0 +1,42 @@
+'use strict';
+// The declarations: index.d.ts declares exactly the exports of the built addon, and
+// test/docs/typed-example.ts (both layers, with deliberate mistakes marked
+// @ts-expect-error) passes `tsc --noEmit`.
+const test = require('node:test');
+const assert = require('node:assert/strict');
+const { spawnSync } = require('node:child_process');
+const fs = require('node:fs');
+const path = require('node:path');
+const paths = require('../helpers/paths.js');
+
+test('typed-example.ts type-checks against index.d.ts and client.d.ts', () => {
+  const tsc = path.join(paths.root, 'node_modules', 'typescript', 'bin', 'tsc');
+  const r = spawnSync(process.execPath, [tsc, '--noEmit', '-p', path.join(__dirname, 'tsconfig.json')],
+    { cwd: paths.root, encoding: 'utf8' });
+  assert.equal(r.status, 0, r.stdout + r.stderr);
+});
+
+test('index.d.ts declares every export of keyloom.node and nothing else', () => {
+  const dts = fs.readFileSync(path.join(paths.root, 'index.d.ts'), 'utf8');
+  const declared = [...dts.matchAll(/^export declare (?:const|function) (\w+)/gm)].map((m) => m[1]);
+  const exported = Object.keys(require(paths.addonPath));
+  assert.equal(exported.length, 268);
+  assert.deepEqual([...declared].sort(), [...exported].sort());
+});
+
+test('the constants in index.d.ts have the values the addon exports', () => {
+  const dts = fs.readFileSync(path.join(paths.root, 'index.d.ts'), 'utf8');
+  const kl = require(paths.addonPath);
+  const constants = [...dts.matchAll(/^export declare const (\w+): (-?\d+);/gm)];
+  assert.equal(constants.length, 54);
+  for (const [, name, value] of constants) assert.equal(kl[name], Number(value), name);
+});
+
+test('client.d.ts declares every public method of the client', () => {
+  process.env.KEYLOOM_BUILD_DIR = paths.buildDir;
+  const { KeyloomClient } = require('../../client.js');
+  const dts = fs.readFileSync(path.join(paths.root, 'client.d.ts'), 'utf8');
+  const body = dts.slice(dts.indexOf('export declare class KeyloomClient'));
+  const methods = Object.getOwnPropertyNames(KeyloomClient.prototype).filter((n) => n !== 'constructor');
+  for (const m of methods) assert.match(body, new RegExp(`\\n  (readonly )?${m}[<(:?]`), `client.d.ts lacks ${m}`);
+});
