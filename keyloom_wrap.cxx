@@ -35,29 +35,47 @@ using namespace keyloom;  // the kinds: Client, CharP, Size, RCode ...
 namespace {
 
 // ---- Typed pointer cells (Part 4.1) --------------------------------------------
-// One template per operation, instantiated per family. Cells come from the
-// single-object new and go with the single-object delete; a new cell is zeroed.
+// One template per operation, instantiated per family. A family is a
+// CellType: the C type a cell holds and the C++ type its value crosses as.
+// They differ only for kl_return_t, whose cells may hold any 32-bit value: it
+// is copied in and out as an int, never loaded as the enumeration (a value
+// outside the enumeration is no error of the caller's, and the sanitizer build
+// would stop on such a load). Cells come from the single-object new and go with
+// the single-object delete; a new cell is zeroed.
 
-template <class T>
-T* cell_new() {
-  return new T();
+template <class Stored, class Value = Stored>
+struct CellType {
+  static_assert(sizeof(Stored) == sizeof(Value));
+  using stored = Stored;
+  using value = Value;
+};
+
+template <class C>
+typename C::stored* cell_new() {
+  return new typename C::stored();
 }
-template <class T>
-T* cell_copy(T value) {
-  return new T(value);
+template <class C>
+typename C::stored* cell_copy(typename C::value value) {
+  auto* cell = new typename C::stored();
+  std::memcpy(static_cast<void*>(cell), &value, sizeof value);
+  return cell;
 }
-template <class T>
-void cell_delete(T* cell) {
+template <class C>
+void cell_delete(typename C::stored* cell) {
   if (cell) delete cell;
 }
-template <class T>
-void cell_assign(T* cell, T value) {  // no null check, by design
-  *cell = value;
+template <class C>
+void cell_assign(typename C::stored* cell, typename C::value value) {  // no null check
+  std::memcpy(static_cast<void*>(cell), &value, sizeof value);
 }
-template <class T>
-T cell_value(T* cell) {  // no null check, by design
-  return *cell;
+template <class C>
+typename C::value cell_value(typename C::stored* cell) {  // no null check
+  typename C::value value;
+  std::memcpy(&value, static_cast<const void*>(cell), sizeof value);
+  return value;
 }
+
+using ReturnCodeCell = CellType<kl_return_t, int>;
 
 // The char cells come from malloc and go with free. The string a charpp cell
 // points to is not freed (replies are released with Part 4.4).
@@ -87,9 +105,14 @@ void delete_charppp(char*** cell) {
 // calloc'd, zero-filled, released with free; counts and indexes are ints
 // widened with their sign, never range-checked.
 
+// A count whose product with the element size does not fit a size_t (every
+// negative count, widened) gives null, as the C library's calloc does; the
+// test is made here so that the sanitizer build sees no impossible request.
 template <class T>
 T* array_new(int count) {
-  return static_cast<T*>(std::calloc(static_cast<size_t>(count), sizeof(T)));
+  size_t n = static_cast<size_t>(count);
+  if (n > SIZE_MAX / sizeof(T)) return nullptr;
+  return static_cast<T*>(std::calloc(n, sizeof(T)));
 }
 template <class T>
 void array_delete(T* array) {
@@ -170,11 +193,13 @@ Latin1Text charppp_value(char*** cell, size_t** lengths, int index) {
 
 // Element index of the array held in the cell (0 for a null array); the cell
 // itself is not tested for null.
-template <class T>
-T index_value(T** cell, int index) {
-  T* array = *cell;
-  if (!array) return T(0);
-  return array[index];
+template <class C>
+typename C::value index_value(typename C::stored** cell, int index) {
+  typename C::stored* array = *cell;
+  if (!array) return typename C::value(0);
+  typename C::value value;
+  std::memcpy(&value, static_cast<const void*>(&array[index]), sizeof value);
+  return value;
 }
 
 // The cell's address as a char **, for the release functions.
@@ -277,28 +302,28 @@ void JS_veto_set_variable(v8::Local<v8::Name> property, v8::Local<v8::Value>,
 // A library command under its own name, returning its code.
 #define KL_CMD(FN, ...) KL_EXPORT(FN, FN, RCode, __VA_ARGS__)
 
-// The five functions of a cell family X holding a T: new_X, copy_X, delete_X,
-// X_assign and X_value. VALUE is the kind of a T argument, CELL of a T *, and
-// RESULT how X_value returns a T.
-#define KL_CELL_FAMILY(X, T, VALUE, CELL, RESULT)                 \
-  KL_EXPORT(new_##X, cell_new<T>, RProxyOf<CELL>),                \
-      KL_EXPORT(copy_##X, cell_copy<T>, RProxyOf<CELL>, VALUE),   \
-      KL_EXPORT(delete_##X, cell_delete<T>, RVoid, CELL),         \
-      KL_EXPORT(X##_assign, cell_assign<T>, RVoid, CELL, VALUE),  \
-      KL_EXPORT(X##_value, cell_value<T>, RESULT, CELL)
+// The five functions of a cell family X of CellType C: new_X, copy_X,
+// delete_X, X_assign and X_value. VALUE is the kind of a value argument, CELL
+// the kind of a cell, and RESULT how X_value returns the value.
+#define KL_CELL_FAMILY(X, C, VALUE, CELL, RESULT)                 \
+  KL_EXPORT(new_##X, cell_new<C>, RProxyOf<CELL>),                \
+      KL_EXPORT(copy_##X, cell_copy<C>, RProxyOf<CELL>, VALUE),   \
+      KL_EXPORT(delete_##X, cell_delete<C>, RVoid, CELL),         \
+      KL_EXPORT(X##_assign, cell_assign<C>, RVoid, CELL, VALUE),  \
+      KL_EXPORT(X##_value, cell_value<C>, RESULT, CELL)
 
 const FunctionEntry kFunctions[] = {
     // 1. Typed pointer cells (Part 4.1), 50 functions.
-    KL_CELL_FAMILY(intp, int, Int, IntP, RInt),
-    KL_CELL_FAMILY(intpp, int*, IntP, IntPP, RProxyOf<IntP>),
-    KL_CELL_FAMILY(uintp, unsigned int, UInt, UIntP, RUIntAsInt),
-    KL_CELL_FAMILY(ulongp, size_t, Size, SizeP, RSizeLow32),
-    KL_CELL_FAMILY(doublep, double, Double, DoubleP, RDouble),
-    KL_CELL_FAMILY(doublepp, double*, DoubleP, DoublePP, RProxyOf<DoubleP>),
-    KL_CELL_FAMILY(uintpp, unsigned int*, UIntP, UIntPP, RProxyOf<UIntP>),
-    KL_CELL_FAMILY(ulongpp, size_t*, SizeP, SizePP, RProxyOf<SizeP>),
-    KL_CELL_FAMILY(kl_return_tp, kl_return_t, Ret, RetP, RCode),
-    KL_CELL_FAMILY(kl_return_tpp, kl_return_t*, RetP, RetPP, RProxyOf<RetP>),
+    KL_CELL_FAMILY(intp, CellType<int>, Int, IntP, RInt),
+    KL_CELL_FAMILY(intpp, CellType<int*>, IntP, IntPP, RProxyOf<IntP>),
+    KL_CELL_FAMILY(uintp, CellType<unsigned int>, UInt, UIntP, RUIntAsInt),
+    KL_CELL_FAMILY(ulongp, CellType<size_t>, Size, SizeP, RSizeLow32),
+    KL_CELL_FAMILY(doublep, CellType<double>, Double, DoubleP, RDouble),
+    KL_CELL_FAMILY(doublepp, CellType<double*>, DoubleP, DoublePP, RProxyOf<DoubleP>),
+    KL_CELL_FAMILY(uintpp, CellType<unsigned int*>, UIntP, UIntPP, RProxyOf<UIntP>),
+    KL_CELL_FAMILY(ulongpp, CellType<size_t*>, SizeP, SizePP, RProxyOf<SizeP>),
+    KL_CELL_FAMILY(kl_return_tp, ReturnCodeCell, RetValue, RetP, RInt),
+    KL_CELL_FAMILY(kl_return_tpp, CellType<kl_return_t*>, RetP, RetPP, RProxyOf<RetP>),
 
     // 2. String cells and reply readers (Parts 4.1, 4.3), 15 functions.
     KL_EXPORT(delete_charp, delete_charp, RVoid, CharP),
@@ -334,9 +359,9 @@ const FunctionEntry kFunctions[] = {
     KL_EXPORT(double_array_get, array_get<double>, RDouble, DoubleP, Int),
 
     // 4. Indexed readers (Part 4.3), 3 functions.
-    KL_EXPORT(doublepp_index_value, index_value<double>, RDouble, DoublePP, Int),
-    KL_EXPORT(intpp_index_value, index_value<int>, RInt, IntPP, Int),
-    KL_EXPORT(kl_return_tpp_index_value, index_value<kl_return_t>, RCode, RetPP, Int),
+    KL_EXPORT(doublepp_index_value, index_value<CellType<double>>, RDouble, DoublePP, Int),
+    KL_EXPORT(intpp_index_value, index_value<CellType<int>>, RInt, IntPP, Int),
+    KL_EXPORT(kl_return_tpp_index_value, index_value<ReturnCodeCell>, RInt, RetPP, Int),
 
     // 5. The module's own functions (Parts 4.4, 5.2, 5.3, 5.4), 6 functions. Only
     // server_add, keys and flushall turn the string "_NL_" into a null pointer.

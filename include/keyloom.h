@@ -79,14 +79,20 @@ typedef enum kl_return_t {
   KL_SET_EMPTY_VALUE = 18,
   KL_NO_SUBNET = 19,
   KL_ALL_GROUP_SERVERS_DOWN = 20,
-  KL_DIRTY = 128
+  KL_DIRTY = 128,
+  /* Every 32-bit value is a valid kl_return_t: codes carry bits (KL_DIRTY)
+     and callers pass numbers through unchecked. */
+  KL_RETURN_T_MIN_ = -2147483647 - 1,
+  KL_RETURN_T_MAX_ = 2147483647
 } kl_return_t;
 
 /* How keys are spread over the servers of a group. */
 typedef enum kl_server_distribution {
   KL_DISTRIBUTION_MODULA = 0,            /* hash mod number of servers */
   KL_DISTRIBUTION_CONSISTENT = 1,        /* 100-point continuum per server */
-  KL_DISTRIBUTION_CONSISTENT_KETAMA = 2  /* weighted MD5 continuum, 160 points */
+  KL_DISTRIBUTION_CONSISTENT_KETAMA = 2, /* weighted MD5 continuum, 160 points */
+  KL_DISTRIBUTION_MIN_ = -2147483647 - 1, /* any int is representable */
+  KL_DISTRIBUTION_MAX_ = 2147483647
 } kl_server_distribution;
 
 /* Key hash kinds. */
@@ -99,14 +105,18 @@ typedef enum kl_hash {
   KL_HASH_FNV1_32 = 5,
   KL_HASH_FNV1A_32 = 6,
   KL_HASH_HSIEH = 7,
-  KL_HASH_MURMUR = 8
+  KL_HASH_MURMUR = 8,
+  KL_HASH_MIN_ = -2147483647 - 1, /* any int is representable */
+  KL_HASH_MAX_ = 2147483647
 } kl_hash;
 
 /* Which command forms the client may use. AUTO is the union of 1 and 2. */
 typedef enum kl_client_version {
   CLIENT_VERSION_1 = 1,    /* only what every server since 2.8 accepts */
   CLIENT_VERSION_2 = 2,    /* Redis 6.2+ forms where they save a round trip */
-  CLIENT_VERSION_AUTO = 3  /* chosen per server from its version at connect */
+  CLIENT_VERSION_AUTO = 3, /* chosen per server from its version at connect */
+  CLIENT_VERSION_MIN_ = -2147483647 - 1, /* any int is representable */
+  CLIENT_VERSION_MAX_ = 2147483647
 } kl_client_version;
 
 /* Read flags of the set and sorted-set commands (bits). */

@@ -135,16 +135,18 @@ class Scope {
     this.releases = [];
   }
 
+  // release(a) or release(a, b): the addon checks the exact number of arguments.
   add(release, a, b) {
-    this.releases.push(release, a, b);
+    this.releases.push(release, a, b, arguments.length - 1);
   }
 
   close() {
     const r = this.releases;
     let failure = null;
-    for (let i = r.length - 3; i >= 0; i -= 3) {
+    for (let i = r.length - 4; i >= 0; i -= 4) {
       try {
-        r[i](r[i + 1], r[i + 2]);
+        if (r[i + 3] === 2) r[i](r[i + 1], r[i + 2]);
+        else r[i](r[i + 1]);
       } catch (err) {
         failure ??= err;
       }

@@ -26,7 +26,7 @@ void fail(kl_client *client, Batch &b, const char *why) {
   mark_down(client, b.server, why);
 }
 
-bool append(kl_client *client, Batch &b) {
+bool append(Batch &b) {
   redisContext *ctx = b.server->ctx;
   for (size_t i = 0; i < b.size(); ++i) {
     Command &c = b.cmd(i);
@@ -80,7 +80,7 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
       b.failed = true;
       continue;
     }
-    if (!append(client, b)) fail(client, b, "could not queue commands");
+    if (!append(b)) fail(client, b, "could not queue commands");
   }
   for (size_t k = 0; k < n; ++k) {
     Batch &b = batches[k];

@@ -197,6 +197,9 @@ using Int = IntArg<int, "int">;
 using SetFlags = IntArg<setFlags, "setFlags">;
 using ZSetFlags = IntArg<zSetFlags, "zSetFlags">;
 using Ret = IntArg<kl_return_t, "kl_return_t">;
+// A kl_return_t value of a cell (copy_kl_return_tp, kl_return_tp_assign):
+// converted alike, carried as an int so that no value is out of range.
+using RetValue = IntArg<int, "kl_return_t">;
 using Hash = IntArg<kl_hash, "kl_hash">;
 using Distribution = IntArg<kl_server_distribution, "kl_server_distribution">;
 using Version = IntArg<kl_client_version, "kl_client_version">;

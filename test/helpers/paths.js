@@ -4,7 +4,7 @@
 const path = require('node:path');
 
 const root = path.resolve(__dirname, '..', '..');
-const buildDir = process.env.KEYLOOM_BUILD_DIR || path.join(root, 'build');
+const buildDir = process.env.KEYLOOM_BUILD_DIR ? path.resolve(process.env.KEYLOOM_BUILD_DIR) : path.join(root, 'build');
 
 module.exports = {
   root,

@@ -1,0 +1,44 @@
+// Servers plus a client over them, for the library's tests: `servers` redis
+// servers spread over `groups` groups ("g0", "g1", ...; one group is
+// "default"), server i in group i % groups.
+#pragma once
+
+#include <hiredis/hiredis.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "keyloom.h"
+#include "support/redis_server.h"
+
+namespace keyloom::test {
+
+class TestCluster {
+ public:
+  explicit TestCluster(size_t servers = 1, size_t groups = 1,
+                       kl_server_distribution distribution = KL_DISTRIBUTION_CONSISTENT,
+                       unsigned flags = KL_FLAG_NONE, std::vector<std::string> server_args = {});
+  ~TestCluster();
+
+  kl_client *client() const { return client_; }
+  RedisServer &server(size_t i) { return *servers_[i]; }
+  size_t size() const { return servers_.size(); }
+  std::string group_name(size_t server_index) const;
+
+  // A command run straight on server i, bypassing the library (null when the
+  // server does not answer).
+  std::unique_ptr<redisReply, void (*)(void *)> direct(size_t i, const std::vector<std::string> &args);
+  // Keys on server i (DBSIZE).
+  long long dbsize(size_t i);
+
+ private:
+  std::vector<std::unique_ptr<RedisServer>> servers_;
+  size_t groups_;
+  kl_client *client_ = nullptr;
+};
+
+// Small helpers around the C interface.
+inline char *mut(const std::string &s) { return const_cast<char *>(s.c_str()); }
+
+}  // namespace keyloom::test
