@@ -119,10 +119,8 @@ kl_return_t get_word(kl_client *client, char *key, size_t key_len, char *word, s
 kl_return_t kl_dadd(kl_client *client, char *key, size_t key_len, char *word, size_t word_len,
                     char *value, size_t value_len, unsigned int weight, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(given(word) && optional_bytes(value, value_len));
-  char *no_value = const_cast<char *>("");
-  char *values = value ? value : no_value;
-  return kl_dmadd(client, key, key_len, &word, 1, &word_len, &values, &value_len, weight, nullptr,
+  KL_REQUIRE(given(word));
+  return kl_dmadd(client, key, key_len, &word, 1, &word_len, &value, &value_len, weight, nullptr,
                   ttl);
 }
 
@@ -132,11 +130,11 @@ kl_return_t kl_dmadd(kl_client *client, char *key, size_t key_len, char **words,
   KL_REQUIRE_CLIENT(client);
   clear_cells(added);
   KL_REQUIRE(given(key) && entries_given(words, word_lens, count) &&
-             entries_given(values, value_lens, count) && ttl_ok(ttl));
+             values_given(values, value_lens, count) && ttl_ok(ttl));
   Dict d(client, key, key_len);
   Command cmd = script_command(dict_add, {d.index.view(), d.values, d.weights}, [&](Command &c) {
     c.arg_int(static_cast<long long>(ttl)).arg_int(weight);
-    for (size_t i = 0; i < count; ++i) c.arg(words[i], word_lens[i]).arg(values[i], value_lens[i]);
+    for (size_t i = 0; i < count; ++i) c.arg(words[i], word_lens[i]).arg(or_empty(values[i]), value_lens[i]);
   });
   return write_one(client, route_of(key, key_len), std::move(cmd),
                    [&](const redisReply *r, bool fill) { return reply_count(r, fill, added); });

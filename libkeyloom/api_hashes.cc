@@ -85,10 +85,10 @@ kl_return_t hset(kl_client *client, std::string_view name, char *key, size_t key
                  size_t field_len, char *value, size_t value_len, size_t ttl,
                  kl_return_t when_zero) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(given(key) && given(field) && given(value) && ttl_ok(ttl));
+  KL_REQUIRE(given(key) && given(field) && optional_bytes(value, value_len) && ttl_ok(ttl));
   Key k(client, key, key_len);
   return write_keyed(client, route_of(key, key_len), {k.view()}, name, ttl,
-                     [&](Command &c) { c.arg(field, field_len).arg(value, value_len); },
+                     [&](Command &c) { c.arg(field, field_len).arg(or_empty(value), value_len); },
                      [&](const redisReply *r, bool) { return reply_flag(r, when_zero); });
 }
 
@@ -122,12 +122,12 @@ kl_return_t kl_hmset(kl_client *client, char *key, size_t key_len, char **fields
                      size_t *field_lens, char **values, size_t *value_lens, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(given(key) && entries_given(fields, field_lens, count) &&
-             entries_given(values, value_lens, count) && ttl_ok(ttl));
+             values_given(values, value_lens, count) && ttl_ok(ttl));
   Key k(client, key, key_len);
   return write_keyed(client, route_of(key, key_len), {k.view()}, "HMSET", ttl,
                      [&](Command &c) {
                        for (size_t i = 0; i < count; ++i)
-                         c.arg(fields[i], field_lens[i]).arg(values[i], value_lens[i]);
+                         c.arg(fields[i], field_lens[i]).arg(or_empty(values[i]), value_lens[i]);
                      },
                      reply_done);
 }

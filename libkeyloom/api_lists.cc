@@ -10,10 +10,10 @@ namespace {
 kl_return_t push(kl_client *client, std::string_view name, char *key, size_t key_len, char *value,
                  size_t value_len, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(given(key) && given(value) && ttl_ok(ttl));
+  KL_REQUIRE(given(key) && optional_bytes(value, value_len) && ttl_ok(ttl));
   Key k(client, key, key_len);
   return write_keyed(client, route_of(key, key_len), {k.view()}, name, ttl,
-                     [&](Command &c) { c.arg(value, value_len); }, reply_done);
+                     [&](Command &c) { c.arg(or_empty(value), value_len); }, reply_done);
 }
 
 // LPOP/RPOP: a write (the element leaves every group), read back from one.
@@ -99,20 +99,21 @@ kl_return_t kl_lindex_whole(kl_client *client, char *key, size_t key_len, int in
 kl_return_t kl_lset(kl_client *client, char *key, size_t key_len, int index, char *value,
                     size_t value_len, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(given(key) && given(value) && ttl_ok(ttl));
+  KL_REQUIRE(given(key) && optional_bytes(value, value_len) && ttl_ok(ttl));
   Key k(client, key, key_len);
   return write_keyed(client, route_of(key, key_len), {k.view()}, "LSET", ttl,
-                     [&](Command &c) { c.arg_int(index).arg(value, value_len); }, lset_reply);
+                     [&](Command &c) { c.arg_int(index).arg(or_empty(value), value_len); },
+                     lset_reply);
 }
 
 kl_return_t kl_lrem(kl_client *client, char *key, size_t key_len, int count, char *value,
                     size_t value_len, unsigned int *removed) {
   KL_REQUIRE_CLIENT(client);
   clear_cells(removed);
-  KL_REQUIRE(given(key) && given(value));
+  KL_REQUIRE(given(key) && optional_bytes(value, value_len));
   Key k(client, key, key_len);
   Command cmd("LREM");
-  cmd.arg(k.view()).arg_int(count).arg(value, value_len);
+  cmd.arg(k.view()).arg_int(count).arg(or_empty(value), value_len);
   return write_one(client, route_of(key, key_len), std::move(cmd),
                    [&](const redisReply *r, bool fill) { return reply_count(r, fill, removed); });
 }

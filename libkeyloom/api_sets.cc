@@ -64,7 +64,7 @@ kl_return_t kl_saddval(kl_client *client, char *key, size_t key_len, char *membe
   std::string values = companion(k, kSetValuesSuffix);
   Command cmd = script_command(add_with_values, {k.view(), values}, [&](Command &c) {
     c.arg_int(static_cast<long long>(ttl)).arg("SADD").arg(member, member_len);
-    c.arg(value ? value : "", value_len);
+    c.arg(or_empty(value), value_len);
   });
   return write_one(client, route_of(key, key_len), std::move(cmd), reply_done);
 }

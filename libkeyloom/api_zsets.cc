@@ -80,7 +80,7 @@ kl_return_t kl_zmaddval(kl_client *client, char *key, size_t key_len, double *sc
     c.arg_int(static_cast<long long>(ttl)).arg("ZADD");
     for (size_t i = 0; i < count; ++i) {
       c.arg_double(scores[i]).arg(members[i], member_lens[i]);
-      c.arg(values[i] ? values[i] : "", value_lens[i]);
+      c.arg(or_empty(values[i]), value_lens[i]);
     }
   });
   return write_one(client, route_of(key, key_len), std::move(cmd), reply_done);
@@ -147,7 +147,7 @@ kl_return_t kl_zaddvalmax(kl_client *client, char *key, size_t key_len, char *me
              ttl_ok(ttl));
   Zset z(client, key, key_len);
   Command cmd = script_command(zadd_value_max, {z.key.view(), z.values}, [&](Command &c) {
-    c.arg_double(score).arg(member, member_len).arg(value ? value : "", value_len);
+    c.arg_double(score).arg(member, member_len).arg(or_empty(value), value_len);
     c.arg_int(static_cast<long long>(ttl));
   });
   return write_one(client, route_of(key, key_len), std::move(cmd),

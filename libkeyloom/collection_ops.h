@@ -82,8 +82,11 @@ kl_return_t reply_array(const kl_client *client, const redisReply *reply, bool f
 inline bool given(const void *p) { return p != nullptr; }
 // An optional byte string: null is fine only with length 0.
 inline bool optional_bytes(const char *p, size_t len) { return p || len == 0; }
+inline const char *or_empty(const char *p) { return p ? p : ""; }
 // count entries whose pointers and lengths are all there.
 bool entries_given(char *const *items, const size_t *lens, size_t count);
+// count values: the arrays are there; an element may be null with length 0.
+bool values_given(char *const *items, const size_t *lens, size_t count);
 inline bool score_ok(double v) { return !std::isnan(v); }
 
 // Sets each output cell that is not null to its empty value (null pointer,

@@ -21,7 +21,7 @@ enum class DigestRule {
   // common rule; 39 instead of 40 digests for some n with equal weights).
   single_precision,
   // floor(float(float(w / W) * 40.0 * n)), the product in double (the
-  // original last.fm library).
+  // original ketama implementation).
   double_product,
 };
 

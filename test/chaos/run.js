@@ -16,6 +16,7 @@ const { dump } = require('./resp');
 const { Rng } = require('../fuzz/rng');
 
 const root = path.resolve(__dirname, '..', '..');
+process.setMaxListeners(100); // local-redis adds one exit listener per server start
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
 function parseArgs(argv) {

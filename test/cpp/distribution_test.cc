@@ -100,19 +100,19 @@ TEST(DigestCount, Degenerate) {
 
 TEST(KetamaPoints, FourPointsPerDigest) {
   // Published point values: MD5("server1-8"), points 0 and 3.
-  for (const Json &c : ketama_vectors()["twemproxy_point_values"]["cases"].array()) {
+  for (const Json &c : ketama_vectors()["digest_point_values"]["cases"].array()) {
     const std::string &s = c["point_string"].str();
     unsigned char d[16];
     keyloom::md5(s.data(), s.size(), d);
     EXPECT_EQ(keyloom::digest_point(d, c["alignment"].u32()), c["value"].u32()) << s;
   }
-  EXPECT_EQ(ketama_vectors()["twemproxy_point_values"]["cases"].size(), 2u);
+  EXPECT_EQ(ketama_vectors()["digest_point_values"]["cases"].size(), 2u);
 }
 
 // The weighted MD5 continuum with the published weights (8 servers, port
 // 11211, so the point strings are "host-i").
 TEST(KetamaVectors, WeightedCompatTable) {
-  const Json &t = ketama_vectors()["libmemcached_ketama_compat"];
+  const Json &t = ketama_vectors()["weighted_compat"];
   std::vector<std::string> bases, hosts;
   std::vector<unsigned> weights;
   weighted_servers(t, point_base, &bases, &weights, &hosts);
@@ -156,7 +156,7 @@ TEST(KetamaVectors, WeightedCompatTable) {
 // Not one of our distributions, but the same continuum with "/host:port"
 // bases; it pins the point string ("base-i", i from 0) down further.
 TEST(KetamaVectors, SlashHostPortTable) {
-  const Json &t = ketama_vectors()["spymemcached_compat"];
+  const Json &t = ketama_vectors()["slash_host_port_compat"];
   std::vector<std::string> bases, hosts;
   std::vector<unsigned> weights;
   weighted_servers(
@@ -172,12 +172,12 @@ TEST(KetamaVectors, SlashHostPortTable) {
   EXPECT_EQ(checked, 99u);
 }
 
-// The published checksum of the original last.fm library's test program:
+// The published checksum of the original ketama implementation's test program:
 // keys "0".."999999", one line "<key hash> <point> <address>" each after an
 // empty line, with the port kept in the point string and the double-product
 // digest count.
 TEST(KetamaVectors, OriginalLibraryChecksum) {
-  const Json &t = ketama_vectors()["libketama_checksum"];
+  const Json &t = ketama_vectors()["original_ketama_checksum"];
   std::vector<std::string> addresses;
   std::vector<unsigned> weights;
   for (const Json &s : t["servers"].array()) {
@@ -206,7 +206,7 @@ TEST(KetamaVectors, OriginalLibraryChecksum) {
 }
 
 TEST(ModulaVectors, Md5AndCrcModFive) {
-  const Json &t = ketama_vectors()["libmemcached_modula"];
+  const Json &t = ketama_vectors()["modula_compat"];
   const Json hv = Json::load(keyloom::test::vector_path("hash_vectors.json"));
   const auto &keys = hv["keys"].array();
   std::vector<std::string> bases;

@@ -20,7 +20,7 @@ class Strings : public ::testing::TestWithParam<size_t> {
     char *value = nullptr;
     size_t len = 0;
     kl_return_t r = kl_get_whole(c(), mut(key), key.size(), &value, &len, nullptr, 0);
-    if (r != KL_SUCCESS) return "<" + std::string(kl_strerror(r)) + ">";
+    if (r != KL_SUCCESS) return std::string("<") + std::string(kl_strerror(r)) + ">";
     std::string out(value, len);
     kl_free_php_reply_p(&value);
     return out;
@@ -112,8 +112,8 @@ TEST_P(Strings, MsetAndMgetKeepTheCallersOrder) {
   std::vector<char *> value_ptrs;
   std::vector<size_t> key_lens, value_lens;
   for (size_t i = 0; i < n; ++i) {
-    keys.push_back("mk" + std::to_string(i));
-    values.push_back("value-" + std::to_string(i * 7));
+    keys.push_back(std::string("mk") + std::to_string(i));
+    values.push_back(std::string("value-") + std::to_string(i * 7));
   }
   for (size_t i = 0; i < n; ++i) {
     key_ptrs.push_back(keys[i].c_str());
@@ -127,7 +127,7 @@ TEST_P(Strings, MsetAndMgetKeepTheCallersOrder) {
   std::vector<char *> read_keys;
   std::vector<size_t> read_lens;
   std::vector<std::string> missing;
-  for (size_t i = 0; i < n; ++i) missing.push_back("absent" + std::to_string(i));
+  for (size_t i = 0; i < n; ++i) missing.push_back(std::string("absent") + std::to_string(i));
   for (size_t i = 0; i < n; ++i) {
     bool present = i % 2 == 0;
     read_keys.push_back(mut(present ? keys[i] : missing[i]));
@@ -222,7 +222,7 @@ TEST_P(Strings, ExistsDelMdel) {
   EXPECT_EQ(kl_exists(c(), mut("e"), 1), KL_SUCCESS);
   EXPECT_EQ(kl_del(c(), mut("e"), 1), KL_SUCCESS);
   std::vector<std::string> names;
-  for (int i = 0; i < 10; ++i) names.push_back("del" + std::to_string(i));
+  for (int i = 0; i < 10; ++i) names.push_back(std::string("del") + std::to_string(i));
   for (int i = 0; i < 6; ++i) ASSERT_EQ(kl_set(c(), mut(names[i]), names[i].size(), mut("x"), 1, 0), KL_SUCCESS);
   std::vector<char *> keys;
   std::vector<size_t> lens;
@@ -250,7 +250,7 @@ TEST_P(Strings, Type) {
 TEST_P(Strings, RenameKeepsValueAndTtl) {
   // Many pairs, so that over several servers some cross servers.
   for (int i = 0; i < 12; ++i) {
-    std::string from = "from" + std::to_string(i), to = "to" + std::to_string(i);
+    std::string from = std::string("from") + std::to_string(i), to = std::string("to") + std::to_string(i);
     ASSERT_EQ(kl_set(c(), mut(from), from.size(), mut("val"), 3, 500), KL_SUCCESS);
     ASSERT_EQ(kl_rename(c(), mut(from), from.size(), mut(to), to.size()), KL_SUCCESS) << i;
     EXPECT_EQ(get(to), "val");
@@ -262,7 +262,7 @@ TEST_P(Strings, RenameKeepsValueAndTtl) {
 
 TEST_P(Strings, RenameNx) {
   for (int i = 0; i < 8; ++i) {
-    std::string a = "nxa" + std::to_string(i), b = "nxb" + std::to_string(i);
+    std::string a = std::string("nxa") + std::to_string(i), b = std::string("nxb") + std::to_string(i);
     ASSERT_EQ(kl_set(c(), mut(a), a.size(), mut("a"), 1, 0), KL_SUCCESS);
     ASSERT_EQ(kl_set(c(), mut(b), b.size(), mut("b"), 1, 0), KL_SUCCESS);
     EXPECT_EQ(kl_renamenx(c(), mut(a), a.size(), mut(b), b.size()), KL_ALREADY_EXISTS) << i;

@@ -22,7 +22,7 @@ TestCluster::TestCluster(size_t servers, size_t groups, kl_server_distribution d
 TestCluster::~TestCluster() { kl_client_destroy(client_); }
 
 std::string TestCluster::group_name(size_t server_index) const {
-  return groups_ == 1 ? "default" : "g" + std::to_string(server_index % groups_);
+  return groups_ == 1 ? "default" : std::string("g") + std::to_string(server_index % groups_);
 }
 
 std::unique_ptr<redisReply, void (*)(void *)> TestCluster::direct(
