@@ -180,7 +180,8 @@ export declare class KeyloomClient {
   zadd(key: Text, score: number, member: Text, options?: TtlOption): true;
   zadd(key: Text, entries: ZEntry[], options?: TtlOption): true;
   zaddval(key: Text, score: number, member: Text, value: Text, options?: TtlOption): true;
-  zaddvalmax(key: Text, score: number, member: Text, value: Text, options?: TtlOption): true;
+  /** false when the member's score was not lower than score (nothing changed). */
+  zaddvalmax(key: Text, score: number, member: Text, value: Text, options?: TtlOption): boolean;
   zaddmaxinc(key: Text, n: number, options?: TtlOption): true;
   zadddis<O extends BufferOption & TtlOption>(key: Text, score: number, member: Text, distance: number, options?: O): Value<O> | null;
   zrem(key: Text, member: Text): boolean;

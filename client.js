@@ -653,8 +653,14 @@ class KeyloomClient {
     const k = text(key, 'key', 'sval');
     const m = text(member, 'member', 'sval');
     const route = routeOf(options, 'sval');
-    return this.#one('sval', key, options?.buffer, (v, n) =>
-      kl.kl_sval_whole(this.#handle, k, byteLength(k), m, byteLength(m), v, n, route, byteLength(route)));
+    return scoped((s) => {
+      const o = s.value();
+      const rc = kl.kl_sval_whole(this.#handle, k, byteLength(k), m, byteLength(m), o.v, o.n, route, byteLength(route));
+      const r = resultOf(rc);
+      if (r === NOTFOUND || r === codes.KL_SET_EMPTY_VALUE || r === codes.KL_NO_SET_KEY) return null;
+      this.#check(rc, 'sval', key);
+      return decode(kl.charpp_value_raw(o.v, o.n), options?.buffer);
+    });
   }
 
   /** Members are CIDR networks: the value of the most specific one holding ip, or null. */
@@ -751,14 +757,14 @@ class KeyloomClient {
       v, byteLength(v), ttl), 'zaddval', key);
   }
 
-  /** Raises member's score to score only when higher, and then sets its value. */
+  /** Raises member's score to score only when higher, and then sets its value: false when it was not higher. */
   zaddvalmax(key, score, member, value, options) {
     const k = text(key, 'key', 'zaddvalmax');
     const m = text(member, 'member', 'zaddvalmax');
     const v = text(value, 'value', 'zaddvalmax');
     const ttl = seconds(options?.ttl, 'ttl', 'zaddvalmax');
     return this.#status(kl.kl_zaddvalmax(this.#handle, k, byteLength(k), m, byteLength(m), v, byteLength(v),
-      number(score, 'score', 'zaddvalmax'), ttl), 'zaddvalmax', key);
+      number(score, 'score', 'zaddvalmax'), ttl), 'zaddvalmax', key, [codes.KL_ALREADY_EXISTS]);
   }
 
   /** Keeps only the n highest-scored members (n < 0: the |n| lowest). */

@@ -223,21 +223,21 @@ export declare function DURABLE_TTL(ttl: number): number;
 /** Always null: the memory manager to pass to kl_client_create (the C library's allocator). */
 export declare function new_mm(): null;
 // ---- client library functions (include/keyloom.h) ----
-/** ---- Client lifecycle and configuration ------------------------------- * / /* Makes a client (NULL on failure); mm NULL means the C library's allocator. */
+/** Makes a client (NULL on failure); mm NULL means the C library's allocator (the record is copied); an unknown hash kind hashes as KL_HASH_DEFAULT. */
 export declare function kl_client_create(hash: KlHash, distribution: KlDistribution, mm: KlMm | null, flags: number): KlClient | null;
 /** Closes every connection and frees the client; NULL is ignored. */
 export declare function kl_client_destroy(client: KlClient | null): void;
-/** Chooses the command forms the client uses (CLIENT_VERSION_*). */
+/** Chooses the command forms the client uses (CLIENT_VERSION_*; another value: KL_INVALID_PARAMETER). AUTO reads each server's version at connect; the string, key and administration commands use forms of Redis 2.8, except RESTORE ... REPLACE (3.0) in kl_rename and kl_dirty. */
 export declare function kl_set_client_version(client: KlClient | null, version: KlClientVersion): KlReturn;
-/** Connect and reply time-out in milliseconds (0 restores the default). */
+/** Connect and reply time-out in milliseconds (default and 0: 1000 ms). */
 export declare function kl_client_connection_timeout(client: KlClient | null, timeout_ms: number): KlReturn;
-/** How long a failed server stays marked down before a reconnect, in ms. */
+/** How long a failed server stays marked down before a reconnect, in ms (default 1000; 0 retries on the next call). */
 export declare function kl_client_reconnect_attempt_timeout(client: KlClient | null, timeout_ms: number): KlReturn;
-/** Adds host:port to a group (NULL or "" means the group "default"). */
+/** Adds host:port (port 1..65535) to a group (NULL or "" means the group "default"); the same server twice in one group: KL_ALREADY_EXISTS. */
 export declare function kl_server_add(client: KlClient | null, host: string, port: number, group: string): KlReturn;
-/** * keyloom: a client for sharded, replicated Redis-protocol key/value stores. * * Ownership rules, once for the whole interface: * - A client made by kl_client_create() or kl_group_client() is ended by * kl_client_destroy(); nothing else frees it. * - Every reply the library hands back through a caller's cell is allocated * with the client's memory manager (kl_mm_t; the C library's when null): * one value char * (NUL-terminated) + size_t length * several values char ** array of separately allocated elements * + size_t * array of lengths (+ a size_t count); * a missing element is NULL with length SIZE_MAX * per-server codes kl_return_t * array, one code per server addressed * Release a value with kl_free_php_reply_p(&value) and an array of n * values with kl_free_php_reply_pp(&array, n); both set the cell to NULL, * so releasing twice is harmless. Other arrays (lengths, scores, codes) * are released with kl_free_php_reply_p((char **)&array). * - Strings kl_get_version() and kl_strerror() return, and the prefix * kl_database_key() reads back, belong to the library: never free them. * - The library never crashes on a NULL client or NULL pointer argument; it * returns KL_INVALID_CLIENT or KL_INVALID_PARAMETER instead. * * Routing: every key/value is a byte string plus a length. The extra * (route, route_len) pair of the _whole commands is a routing string: when * route_len > 0 the server is chosen by hashing it instead of the key, so * related keys can share one server. * * Time to live: the trailing size_t `ttl` of the adding commands is a time to * live in seconds set atomically with the write when above 0. * * Groups: every group holds a full copy of the data. Writes go to every * group; a write that succeeded in one group and failed in another returns * its code with KL_DIRTY set. Reads fail over across groups in creation order. * * Administration commands take `group` (NULL or "" = every group, in group * order) and an optional kl_return_t ** cell that receives one code per * server addressed. * / #ifndef KEYLOOM_H #define KEYLOOM_H #include <stddef.h> #include <stdint.h> #ifdef __cplusplus extern "C" { #endif /* Every function declared here is part of the library's exported interface, also when the library is built with hidden visibility. * / #if defined(__GNUC__) #pragma GCC visibility push(default) #endif #define KEYLOOM_VERSION_MAJOR 1 #define KEYLOOM_VERSION_MINOR 0 #define KEYLOOM_VERSION_PATCH 0 /* Result codes. KL_DIRTY is a bit set on top of another code. * / typedef enum kl_return_t { KL_SUCCESS = 0, KL_ERROR = 1, KL_PTHREAD_OP_FAILURE = 2, KL_MEMORY_FAILURE = 3, KL_CONNECTION_FAILURE = 4, KL_INVALID_CLIENT = 5, KL_INVALID_COMMAND = 6, KL_SERVER_ERROR = 7, KL_SERVER_DOWN = 8, KL_UNKNOWN_REPLY = 9, KL_WRONG_REPLY = 10, KL_TTL_ALREADY_SET = 11, KL_ALREADY_EXISTS = 12, KL_NOTFOUND = 13, KL_NO_SERVER_ATTACHED = 14, KL_INVALID_PARAMETER = 15, KL_PARTIAL_RESULT = 16, KL_NO_SET_KEY = 17, KL_SET_EMPTY_VALUE = 18, KL_NO_SUBNET = 19, KL_ALL_GROUP_SERVERS_DOWN = 20, KL_DIRTY = 128 } kl_return_t; /* How keys are spread over the servers of a group. * / typedef enum kl_server_distribution { KL_DISTRIBUTION_MODULA = 0, /* hash mod number of servers * / KL_DISTRIBUTION_CONSISTENT = 1, /* 100-point continuum per server * / KL_DISTRIBUTION_CONSISTENT_KETAMA = 2 /* weighted MD5 continuum, 160 points * / } kl_server_distribution; /* Key hash kinds. * / typedef enum kl_hash { KL_HASH_DEFAULT = 0, /* Jenkins one-at-a-time * / KL_HASH_MD5 = 1, KL_HASH_CRC = 2, /* CRC-32, then 15 bits * / KL_HASH_FNV1_64 = 3, KL_HASH_FNV1A_64 = 4, KL_HASH_FNV1_32 = 5, KL_HASH_FNV1A_32 = 6, KL_HASH_HSIEH = 7, KL_HASH_MURMUR = 8 } kl_hash; /* Which command forms the client may use. AUTO is the union of 1 and 2. * / typedef enum kl_client_version { CLIENT_VERSION_1 = 1, /* only what every server since 2.8 accepts * / CLIENT_VERSION_2 = 2, /* Redis 6.2+ forms where they save a round trip * / CLIENT_VERSION_AUTO = 3 /* chosen per server from its version at connect * / } kl_client_version; /* Read flags of the set and sorted-set commands (bits). * / typedef int setFlags; typedef int zSetFlags; #define SET_DEFAULT 0 #define SET_WITH_VALUES 2 #define ZSET_DEFAULT 0 #define ZSET_WITH_SCORES 1 #define ZSET_WITH_VALUES 2 #define ZSET_WITH_LIMIT 4 #define ZSET_REVERSE 8 /* Client flags (the unsigned int of kl_client_create). * / #define KL_FLAG_NONE 1 /* no locking * / #define KL_FLAG_RECURSIVE 2 /* with KL_FLAG_SHARED: the mutex is recursive * / #define KL_FLAG_SHARED 4 /* usable from several threads (internal mutex) * / /* Failure policies of the multi-key commands. * / #define KL_NULL_ON_FAIL 1 /* any server failing fails the whole call * / #define KL_BEST_EFFORT_ON_FAIL 2 /* nulls for failed servers, KL_PARTIAL_RESULT * / /* Log levels for kl_enable_syslog (bits). * / #define KL_LEVEL_ERROR 1 #define KL_LEVEL_DEBUG 2 #define KL_LEVEL_EVENT 4 #define KL_LEVEL_NOTICE 8 #define KL_LEVEL_WARNING 16 /* kl_dirty ttl flags: keep the source's TTL / also delete where the source has none. * / #define KL_DURABLE_TTL_BIT 0x80000000u #define KL_COMMIT_BIT 0x40000000u /* The memory manager replies are allocated with (members in this order). * / typedef struct kl_mm_t { void *(*malloc)(size_t size); void *(*calloc)(size_t count, size_t size); void *(*realloc)(void *ptr, size_t size); void (*free)(void *ptr); } kl_mm_t; /* An opaque client: servers, groups, connections and settings. * / typedef struct kl_client kl_client; /* ---- Reply release ---------------------------------------------------- * / /* Frees *reply with the client's allocator and sets *reply to NULL. */
+/** Frees *reply with the allocator it was made with and sets *reply to NULL (reply NULL: KL_INVALID_PARAMETER; *reply NULL: nothing to do). */
 export declare function kl_free_php_reply_p(reply: CharPP | null): void;
-/** Frees the n elements of *reply and the array itself; sets *reply to NULL. */
+/** Frees the n elements of *reply and the array itself with the allocator they were made with; sets *reply to NULL (harmless twice). */
 export declare function kl_free_php_reply_pp(reply: CharPPP | null, n: number): void;
 /** Releases through the memory manager record mm (never null from JavaScript: use kl_free_php_reply_p). */
 export declare function kl_free_reply_p(reply: CharPP | null, mm: KlMm | null): void;
@@ -247,37 +247,37 @@ export declare function kl_free_reply_pp(reply: CharPPP | null, count: number, m
 export declare function kl_get_version(): string | undefined;
 /** A fixed text for a result code, mentioning the dirty bit (library-owned). */
 export declare function kl_strerror(result: KlReturn): string | undefined;
-/** CONFIG GET param: names and values alternate in *values (count in *count); server "host:port" (server_len > 0) narrows it to one server. */
+/** CONFIG GET param: names and values alternate in *values (count in *count), from the first addressed server that answers; server "host:port" (server_len > 0) narrows it to one server (unknown: KL_INVALID_PARAMETER). */
 export declare function kl_config_get(client: KlClient | null, param: string, param_len: number, server: string, server_len: number, values: CharPPP | null, count: SizeTP | null, lengths: SizeTPP | null, group: string, results: KlReturnTPP | null): KlReturn;
 /** CONFIG SET param value, on one server (server_len > 0) or every server of group. */
 export declare function kl_config_set(client: KlClient | null, param: string, param_len: number, value: string, value_len: number, server: string, server_len: number, group: string, results: KlReturnTPP | null): KlReturn;
-/** Reads back the key prefix of logical database db (library-owned; NULL when unset). */
+/** Reads back the key prefix of logical database db (library-owned; NULL and length 0 when unset). prefix_len is written despite its const. */
 export declare function kl_database_key(client: KlClient | null, db: number, prefix: CharPP | null, prefix_len: SizeTP | null): KlReturn;
-/** Sets the key prefix used for every key while logical database db is selected. */
+/** Sets the key prefix used for every key while logical database db is selected (prefix_len 0 removes it). Routing ignores the prefix. */
 export declare function kl_set_database_key(client: KlClient | null, db: number, prefix: string, prefix_len: number): KlReturn;
 /** Sends the library's own events to syslog for the KL_LEVEL_* bits in levels. */
 export declare function kl_enable_syslog(client: KlClient | null, levels: number): KlReturn;
 /** Stops logging. */
 export declare function kl_disable_log(client: KlClient | null): KlReturn;
-/** FLUSHALL on every server of group. */
+/** FLUSHALL on every server of group (an unknown group: KL_INVALID_PARAMETER; "_NL_" when no group has that name: every group; a failed server's code: KL_SERVER_DOWN). */
 export declare function kl_flushall(client: KlClient | null, group: string, results: KlReturnTPP | null): KlReturn;
-/** Closes every connection; they reopen on demand. */
+/** Closes every connection and forgets down marks; they reopen on demand. */
 export declare function kl_quit(client: KlClient | null): KlReturn;
-/** AUTH on every server; remembered and replayed on reconnect. */
+/** AUTH on every server (connecting them); remembered and replayed on reconnect. password_len 0 forgets the password. A refused password: KL_SERVER_ERROR. */
 export declare function kl_auth(client: KlClient | null, password: string, password_len: number): KlReturn;
-/** ---- String and key commands ------------------------------------------ * / /* SET key value (ttl > 0: with EX ttl). */
+/** SET key value (ttl > 0: with EX ttl). */
 export declare function kl_set(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, ttl: number): KlReturn;
 /** SET taking over value, a buffer allocated with new[] that the library frees. */
 export declare function kl_set_binary(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, ttl: number): KlReturn;
 /** GET key into *value / *value_len; KL_NOTFOUND when absent. */
 export declare function kl_get_whole(client: KlClient | null, key: string, key_len: number, value: CharPP | null, value_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** MGET over every server; missing keys are NULL elements; policy KL_*_ON_FAIL. */
+/** GET of every key, one pipelined batch per server (route_len > 0: one MGET on the route's server); missing keys are NULL elements (length SIZE_MAX); policy KL_BEST_EFFORT_ON_FAIL or else KL_NULL_ON_FAIL; all servers failed: KL_SERVER_DOWN / KL_ALL_GROUP_SERVERS_DOWN. */
 export declare function kl_mget_whole(client: KlClient | null, keys: CharPP | null, count: number, key_lens: SizeTP | null, values: CharPPP | null, value_count: SizeTP | null, value_lens: SizeTPP | null, route: string, route_len: number, policy: number): KlReturn;
-/** MSET key/value pairs, one pipelined batch per server. */
+/** MSET key/value pairs, one pipelined batch per server; any server failing fails the call (some groups failing: KL_DIRTY). */
 export declare function kl_mset(client: KlClient | null, keys: CharPP | null, count: number, key_lens: SizeTP | null, values: CharPP | null, value_lens: SizeTP | null): KlReturn;
-/** MSET with a TTL per key (ttls[i] seconds, 0 for none). */
+/** MSET with a TTL per key (ttls[i] seconds, 0 for none; ttls required). */
 export declare function kl_msetex(client: KlClient | null, keys: CharPP | null, count: number, key_lens: SizeTP | null, values: CharPP | null, value_lens: SizeTP | null, ttls: SizeTP | null): KlReturn;
-/** GETSET: sets value, hands back the old one (NULL when there was none). */
+/** GETSET: sets value, hands back the old one (*old_value NULL and *old_len 0 when there was none). */
 export declare function kl_getset_whole(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, old_value: CharPP | null, old_len: SizeTP | null, route: string, route_len: number): KlReturn;
 /** SET NX: KL_ALREADY_EXISTS when the key exists. */
 export declare function kl_setnx(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, ttl: number): KlReturn;
@@ -285,7 +285,7 @@ export declare function kl_setnx(client: KlClient | null, key: string, key_len: 
 export declare function kl_setifx(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, ttl: number): KlReturn;
 /** APPEND value to key. */
 export declare function kl_append(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, ttl: number): KlReturn;
-/** INCR into *value; ttl applies only when the counter is created. */
+/** INCR into *value (may be NULL); ttl applies only when the counter is created (one server-side script). */
 export declare function kl_incr(client: KlClient | null, key: string, key_len: number, value: IntP | null, ttl: number): KlReturn;
 /** INCRBY by into *value; ttl applies only when the counter is created. */
 export declare function kl_incrby(client: KlClient | null, key: string, key_len: number, by: number, value: IntP | null, ttl: number): KlReturn;
@@ -297,161 +297,161 @@ export declare function kl_decrby(client: KlClient | null, key: string, key_len:
 export declare function kl_exists(client: KlClient | null, key: string, key_len: number): KlReturn;
 /** DEL: KL_SUCCESS or KL_NOTFOUND. */
 export declare function kl_del(client: KlClient | null, key: string, key_len: number): KlReturn;
-/** DEL of many keys; *deleted = how many existed. */
+/** DEL of many keys, one pipelined batch per server; *deleted (may be NULL) = how many existed. */
 export declare function kl_mdel(client: KlClient | null, keys: CharPP | null, count: number, key_lens: SizeTP | null, deleted: IntP | null): KlReturn;
-/** TYPE into *type ("string", "list", ..., "none"). */
+/** TYPE into *type ("string", "list", ..., "none" for a missing key, which succeeds). */
 export declare function kl_type(client: KlClient | null, key: string, key_len: number, type: CharPP | null): KlReturn;
-/** Keys matching pattern on every server of group (SCAN, never KEYS), merged. */
+/** Keys matching pattern ("" = "*") on every server of group (SCAN, never KEYS), merged: each key once over groups, without the database prefix; none: *keys NULL and *count 0. */
 export declare function kl_keys(client: KlClient | null, pattern: string, pattern_len: number, keys: CharPPP | null, count: SizeTP | null, lengths: SizeTPP | null, group: string, results: KlReturnTPP | null): KlReturn;
-/** RANDOMKEY from the first server that has one. */
+/** RANDOMKEY from the first server (group order) that has one; KL_NOTFOUND when every server is empty. */
 export declare function kl_randomkey(client: KlClient | null, key: CharPP | null, key_len: SizeTP | null): KlReturn;
-/** RENAME; keys on different servers are moved with DUMP/RESTORE keeping the TTL. */
+/** RENAME; keys on different servers are moved with DUMP/RESTORE keeping the TTL; KL_NOTFOUND when key does not exist. */
 export declare function kl_rename(client: KlClient | null, key: string, key_len: number, new_key: string, new_key_len: number): KlReturn;
 /** RENAMENX: KL_ALREADY_EXISTS when new_key exists. */
 export declare function kl_renamenx(client: KlClient | null, key: string, key_len: number, new_key: string, new_key_len: number): KlReturn;
-/** DBSIZE summed over every server of group. */
+/** DBSIZE summed over every server of group (each group's copy counts). */
 export declare function kl_dbsize(client: KlClient | null, size: UIntP | null, group: string, results: KlReturnTPP | null): KlReturn;
-/** EXPIRE key ttl; ttl 0 removes the TTL (PERSIST). */
+/** EXPIRE key ttl; ttl 0 removes the TTL (PERSIST); KL_NOTFOUND when absent. */
 export declare function kl_set_ttl(client: KlClient | null, key: string, key_len: number, ttl: number): KlReturn;
 /** TTL into *ttl (-1 when the key has none); KL_NOTFOUND when absent. */
 export declare function kl_get_ttl(client: KlClient | null, key: string, key_len: number, ttl: IntP | null): KlReturn;
-/** ---- Lists -------------------------------------------------------------- * / /* RPUSH value (ttl > 0 sets the key's TTL in the same round trip). */
+/** RPUSH value; ttl > 0 sets the key's TTL in the same round trip (a refused write leaves it alone). A null value with length 0 is the empty string. */
 export declare function kl_rpush(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, ttl: number): KlReturn;
 /** LPUSH value (ttl as kl_rpush). */
 export declare function kl_lpush(client: KlClient | null, key: string, key_len: number, value: string, value_len: number, ttl: number): KlReturn;
-/** LLEN into *len. */
+/** LLEN into *len (0 for a missing key). */
 export declare function kl_llen(client: KlClient | null, key: string, key_len: number, len: UIntP | null): KlReturn;
-/** LRANGE start stop into *values / *count / *lengths. */
+/** LRANGE start stop into *values / *count / *lengths; KL_NOTFOUND (count 0) when nothing is in range or the list is missing. */
 export declare function kl_lrange_whole(client: KlClient | null, key: string, key_len: number, start: number, stop: number, values: CharPPP | null, count: SizeTP | null, lengths: SizeTPP | null, route: string, route_len: number): KlReturn;
-/** LTRIM start stop. */
+/** LTRIM start stop (KL_SUCCESS also on a missing key). */
 export declare function kl_ltrim(client: KlClient | null, key: string, key_len: number, start: number, stop: number): KlReturn;
 /** LINDEX index into *value; KL_NOTFOUND when out of range. */
 export declare function kl_lindex_whole(client: KlClient | null, key: string, key_len: number, index: number, value: CharPP | null, value_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** LSET index value (ttl > 0 refreshes the key's TTL). */
+/** LSET index value; KL_NOTFOUND for a missing key or an index out of range; ttl > 0 (re)sets the key's TTL. */
 export declare function kl_lset(client: KlClient | null, key: string, key_len: number, index: number, value: string, value_len: number, ttl: number): KlReturn;
-/** LREM count value; *removed = how many were removed. */
+/** LREM count value (count as LREM: > 0 from the head, < 0 from the tail, 0 all); *removed = how many were removed (optional cell). */
 export declare function kl_lrem(client: KlClient | null, key: string, key_len: number, count: number, value: string, value_len: number, removed: UIntP | null): KlReturn;
-/** LPOP into *value; KL_NOTFOUND on an empty list. */
+/** LPOP into *value (a write: it runs in every group); KL_NOTFOUND on an empty list. */
 export declare function kl_lpop_whole(client: KlClient | null, key: string, key_len: number, value: CharPP | null, value_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** RPOP into *value; KL_NOTFOUND on an empty list. */
+/** RPOP into *value (as kl_lpop_whole); KL_NOTFOUND on an empty list. */
 export declare function kl_rpop_whole(client: KlClient | null, key: string, key_len: number, value: CharPP | null, value_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** ---- Sets (optionally with a value per member) ------------------------- * / /* SADD member (ttl as kl_rpush). */
+/** SADD member (ttl as kl_rpush, on the set and its values hash); an existing member keeps its value. */
 export declare function kl_sadd(client: KlClient | null, key: string, key_len: number, member: string, member_len: number, ttl: number): KlReturn;
-/** SADD member and attach value to it (kept beside the set, on its server). */
+/** SADD member and attach value (atomic script); an empty value means no value and drops an old one. */
 export declare function kl_saddval(client: KlClient | null, key: string, key_len: number, member: string, member_len: number, value: string, value_len: number, ttl: number): KlReturn;
-/** SREM member (and its value); KL_NOTFOUND when it was not a member. */
+/** SREM member and its value; KL_NOTFOUND when it was not a member. */
 export declare function kl_srem(client: KlClient | null, key: string, key_len: number, member: string, member_len: number): KlReturn;
-/** SPOP into *member; KL_NOTFOUND on an empty set. */
+/** SPOP into *member, dropping its value; KL_NOTFOUND on an empty set. */
 export declare function kl_spop_whole(client: KlClient | null, key: string, key_len: number, member: CharPP | null, member_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** The value attached to member. */
+/** The value attached to member; KL_SET_EMPTY_VALUE (*value NULL, length SIZE_MAX) when it has none; KL_NOTFOUND when it is not a member. */
 export declare function kl_sval_whole(client: KlClient | null, key: string, key_len: number, member: string, member_len: number, value: CharPP | null, value_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** Members are CIDR networks (IPv4/IPv6): the value of the most specific one containing ip; KL_NO_SUBNET when none does. */
+/** Members are CIDR networks (IPv4/IPv6; a bare address is a /32 or /128; members that do not parse are skipped; ::ffff:a.b.c.d also matches IPv4 networks): the value of the narrowest one containing ip (equal prefixes: the smallest member text). KL_NO_SUBNET when none does, KL_SET_EMPTY_VALUE when it has no value, KL_NO_SET_KEY when the set is missing, KL_INVALID_PARAMETER for an ip that does not parse. */
 export declare function kl_svalfromip(client: KlClient | null, key: string, key_len: number, ip: string, ip_len: number, value: CharPP | null, value_len: SizeTP | null): KlReturn;
-/** SCARD into *count. */
+/** SCARD into *count (0 for a missing set). */
 export declare function kl_scard(client: KlClient | null, key: string, key_len: number, count: UIntP | null): KlReturn;
 /** SISMEMBER: KL_SUCCESS or KL_NOTFOUND. */
 export declare function kl_sismember(client: KlClient | null, key: string, key_len: number, member: string, member_len: number): KlReturn;
-/** KL_SUCCESS (member has a value), KL_SET_EMPTY_VALUE, KL_NOTFOUND or KL_NO_SET_KEY. */
+/** KL_SUCCESS (member has a value), KL_SET_EMPTY_VALUE (none, or empty), KL_NOTFOUND (not a member) or KL_NO_SET_KEY (no set). */
 export declare function kl_sismemberval(client: KlClient | null, key: string, key_len: number, member: string, member_len: number): KlReturn;
-/** SUNION of keys (across servers) into *members; policy KL_*_ON_FAIL. */
+/** Union of the keys' members (SMEMBERS per key, one pipelined batch per server, merged client- side) in byte order; route_len > 0 reads every key on the route's server. policy KL_*_ON_FAIL; KL_NOTFOUND when the union is empty; a wrong-type key gives KL_SERVER_ERROR. */
 export declare function kl_sunion_whole(client: KlClient | null, keys: CharPP | null, count: number, key_lens: SizeTP | null, members: CharPPP | null, member_count: SizeTP | null, member_lens: SizeTPP | null, route: string, route_len: number, policy: number): KlReturn;
-/** SUNIONSTORE into dest; policy KL_*_ON_FAIL; ttl as kl_rpush. */
+/** Stores the union of keys (read as kl_sunion_whole, across servers) into dest, replacing it and its values atomically (empty union: dest deleted); policy KL_*_ON_FAIL (best effort stores what was reachable and returns KL_PARTIAL_RESULT); ttl as kl_rpush. */
 export declare function kl_sunionstore(client: KlClient | null, dest: string, dest_len: number, keys: CharPP | null, count: number, key_lens: SizeTP | null, policy: number, ttl: number): KlReturn;
-/** SMEMBERS; with SET_WITH_VALUES also *values / *value_lens (one per member). */
+/** SMEMBERS into *members (KL_NOTFOUND when empty); with SET_WITH_VALUES also *values / *value_lens, aligned with the members (NULL, length SIZE_MAX where none), read in the same round trip. */
 export declare function kl_smembers_whole(client: KlClient | null, key: string, key_len: number, members: CharPPP | null, count: SizeTP | null, member_lens: SizeTPP | null, route: string, route_len: number, flags: SetFlags, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
-/** ---- Sorted sets (optionally with a value per member) ------------------ * / /* ZADD score member (ttl as kl_rpush). */
+/** ZADD score member (ttl as kl_rpush, on the set and its values hash); the member keeps its value. A NaN score is KL_INVALID_PARAMETER. */
 export declare function kl_zadd(client: KlClient | null, key: string, key_len: number, score: number, member: string, member_len: number, ttl: number): KlReturn;
-/** ZADD count members with their scores. */
+/** ZADD count members with their scores (ttl as kl_zadd). */
 export declare function kl_zmadd(client: KlClient | null, key: string, key_len: number, scores: DoubleP | null, members: CharPP | null, count: number, member_lens: SizeTP | null, ttl: number): KlReturn;
-/** ZADD score member and attach value to it. */
+/** ZADD score member and attach value (atomic script); an empty value means no value and drops an old one. */
 export declare function kl_zaddval(client: KlClient | null, key: string, key_len: number, score: number, member: string, member_len: number, value: string, value_len: number, ttl: number): KlReturn;
-/** ZADD count members with scores and values. */
+/** ZADD count members with scores and values (as kl_zaddval, one atomic script). */
 export declare function kl_zmaddval(client: KlClient | null, key: string, key_len: number, scores: DoubleP | null, members: CharPP | null, count: number, member_lens: SizeTP | null, values: CharPP | null, value_lens: SizeTP | null, ttl: number): KlReturn;
-/** ZREM member (and its value); KL_NOTFOUND when absent. */
+/** ZREM member and its value; KL_NOTFOUND when absent. */
 export declare function kl_zrem(client: KlClient | null, key: string, key_len: number, member: string, member_len: number): KlReturn;
-/** ZREM count members; *removed = how many were present. */
+/** ZREM count members and their values; *removed = how many were present (optional cell). */
 export declare function kl_zmrem(client: KlClient | null, key: string, key_len: number, members: CharPP | null, count: number, member_lens: SizeTP | null, removed: IntP | null): KlReturn;
-/** ZRANGE by rank (ZSET_WITH_LIMIT: stop is a count). Flags choose *scores (ZSET_WITH_SCORES), *values (ZSET_WITH_VALUES) and order (ZSET_REVERSE). */
+/** ZRANGE by rank; KL_NOTFOUND when nothing is in range. ZSET_WITH_LIMIT: stop is a count (> 0, else KL_INVALID_PARAMETER) of members from start. Flags fill *scores (ZSET_WITH_SCORES), *values / *value_lens (ZSET_WITH_VALUES, NULL where a member has none) and order (ZSET_REVERSE: ranks counted from the highest score). */
 export declare function kl_zrange(client: KlClient | null, key: string, key_len: number, start: number, stop: number, members: CharPPP | null, count: SizeTP | null, member_lens: SizeTPP | null, flags: ZSetFlags, scores: DoublePP | null, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
 /** kl_zrange with a routing string. */
 export declare function kl_zrange_whole(client: KlClient | null, key: string, key_len: number, start: number, stop: number, members: CharPPP | null, count: SizeTP | null, member_lens: SizeTPP | null, route: string, route_len: number, flags: ZSetFlags, scores: DoublePP | null, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
-/** ZRANGEBYSCORE min max, flags as kl_zrange. */
+/** ZRANGEBYSCORE min max (inclusive), flags as kl_zrange; ZSET_REVERSE lists from max down to min; ZSET_WITH_LIMIT is ignored. */
 export declare function kl_zrangebyscore(client: KlClient | null, key: string, key_len: number, min: number, max: number, members: CharPPP | null, count: SizeTP | null, member_lens: SizeTPP | null, flags: ZSetFlags, scores: DoublePP | null, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
 /** kl_zrangebyscore with a routing string. */
 export declare function kl_zrangebyscore_whole(client: KlClient | null, key: string, key_len: number, min: number, max: number, members: CharPPP | null, count: SizeTP | null, member_lens: SizeTPP | null, route: string, route_len: number, flags: ZSetFlags, scores: DoublePP | null, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
-/** ZREMRANGEBYSCORE min max; *removed = how many. */
+/** ZREMRANGEBYSCORE min max with the members' values; *removed = how many (optional cell). */
 export declare function kl_zremrangebyscore(client: KlClient | null, key: string, key_len: number, min: number, max: number, removed: UIntP | null): KlReturn;
-/** ZSCORE into *score, and the member's value (NULL when it has none). */
+/** ZSCORE into *score, and the member's value when value is not NULL (NULL, length SIZE_MAX when it has none); KL_NOTFOUND when absent. */
 export declare function kl_zscore(client: KlClient | null, key: string, key_len: number, member: string, member_len: number, score: DoubleP | null, value: CharPP | null, value_len: SizeTP | null): KlReturn;
-/** Raises member's score to score only when higher, then sets its value. */
+/** Adds member, or raises its score to score only when higher, then sets its value (empty: none); KL_ALREADY_EXISTS (nothing changed, TTL untouched) when its score was already as high. */
 export declare function kl_zaddvalmax(client: KlClient | null, key: string, key_len: number, member: string, member_len: number, value: string, value_len: number, score: number, ttl: number): KlReturn;
-/** Keeps only the n highest-scored members (n < 0: the |n| lowest). */
+/** Keeps only the n highest-scored members (n < 0: the |n| lowest), dropping the others' values; n == 0 is KL_INVALID_PARAMETER; ttl > 0 sets the TTL; KL_SUCCESS also when nothing was removed. */
 export declare function kl_zaddmaxinc(client: KlClient | null, key: string, key_len: number, n: number, ttl: number): KlReturn;
-/** Removes members scored within distance of score, then adds member; *evicted = the first member removed (NULL when none). */
+/** Removes the other members scored within distance (>= 0, inclusive) of score, with their values, then adds member at score (it keeps its value); *evicted = the lowest-scored member removed, NUL-terminated (NULL when none; the cell is optional). */
 export declare function kl_zadddis(client: KlClient | null, key: string, key_len: number, score: number, member: string, member_len: number, distance: number, evicted: CharPP | null, ttl: number): KlReturn;
-/** ZCARD into *count. */
+/** ZCARD into *count (0 for a missing key). */
 export declare function kl_zcard(client: KlClient | null, key: string, key_len: number, count: UIntP | null): KlReturn;
-/** ZCOUNT min max into *count. */
+/** ZCOUNT min max (inclusive) into *count. */
 export declare function kl_zcount(client: KlClient | null, key: string, key_len: number, min: number, max: number, count: UIntP | null): KlReturn;
-/** ZINCRBY by member; new score into *score. */
+/** ZINCRBY by member; new score into *score (optional cell); ttl as kl_zadd. */
 export declare function kl_zincrby(client: KlClient | null, key: string, key_len: number, member: string, member_len: number, by: number, score: DoubleP | null, ttl: number): KlReturn;
-/** ZRANK (ZREVRANK with ZSET_REVERSE) into *rank; ZSET_WITH_VALUES also the value. */
+/** ZRANK (ZREVRANK with ZSET_REVERSE) into *rank; ZSET_WITH_VALUES also the value (NULL, length SIZE_MAX when none); KL_NOTFOUND when absent. */
 export declare function kl_zrank(client: KlClient | null, key: string, key_len: number, member: string, member_len: number, rank: UIntP | null, flags: ZSetFlags, value: CharPP | null, value_len: SizeTP | null): KlReturn;
-/** ZREMRANGEBYRANK start stop; *removed = how many. */
+/** ZREMRANGEBYRANK start stop with the members' values; *removed = how many (optional cell). */
 export declare function kl_zremrangebyrank(client: KlClient | null, key: string, key_len: number, start: number, stop: number, removed: UIntP | null): KlReturn;
-/** ---- Hashes -------------------------------------------------------------- * / /* HSET field value (ttl as kl_rpush). */
+/** HSET field value (new or updated: KL_SUCCESS; ttl as kl_rpush). */
 export declare function kl_hset(client: KlClient | null, key: string, key_len: number, field: string, field_len: number, value: string, value_len: number, ttl: number): KlReturn;
 /** HGET field into *value; KL_NOTFOUND when absent. */
 export declare function kl_hget(client: KlClient | null, key: string, key_len: number, field: string, field_len: number, value: CharPP | null, value_len: SizeTP | null): KlReturn;
 /** kl_hget with a routing string. */
 export declare function kl_hget_whole(client: KlClient | null, key: string, key_len: number, field: string, field_len: number, value: CharPP | null, value_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** HSETNX: KL_ALREADY_EXISTS when the field exists. */
+/** HSETNX: KL_ALREADY_EXISTS when the field exists (a TTL given is still applied). */
 export declare function kl_hsetnx(client: KlClient | null, key: string, key_len: number, field: string, field_len: number, value: string, value_len: number, ttl: number): KlReturn;
-/** HSET of count field/value pairs. */
+/** HMSET of count field/value pairs (ttl as kl_rpush). */
 export declare function kl_hmset(client: KlClient | null, key: string, key_len: number, fields: CharPP | null, count: number, field_lens: SizeTP | null, values: CharPP | null, value_lens: SizeTP | null, ttl: number): KlReturn;
-/** HMGET of count fields; missing fields are NULL elements. */
+/** HMGET of count fields; missing fields (or key) are NULL elements, still KL_SUCCESS. */
 export declare function kl_hmget(client: KlClient | null, key: string, key_len: number, fields: CharPP | null, count: number, field_lens: SizeTP | null, values: CharPPP | null, value_count: SizeTP | null, value_lens: SizeTPP | null): KlReturn;
 /** kl_hmget with a routing string. */
 export declare function kl_hmget_whole(client: KlClient | null, key: string, key_len: number, fields: CharPP | null, count: number, field_lens: SizeTP | null, values: CharPPP | null, value_count: SizeTP | null, value_lens: SizeTPP | null, route: string, route_len: number): KlReturn;
-/** HMGET of the same fields over several keys: key_count * field_count values, key-major. */
+/** HMGET of the same fields over several keys (one pipelined batch per server): key_count * field_count values, key-major; any server failing fails the call (no values); a wrong-type key gives KL_SERVER_ERROR. */
 export declare function kl_mhmget(client: KlClient | null, keys: CharPP | null, key_count: number, key_lens: SizeTP | null, fields: CharPP | null, field_count: number, field_lens: SizeTP | null, values: CharPPP | null, value_count: SizeTP | null, value_lens: SizeTPP | null): KlReturn;
-/** kl_mhmget with a routing string. */
+/** kl_mhmget with a routing string (route_len > 0: every key read on the route's server). */
 export declare function kl_mhmget_whole(client: KlClient | null, keys: CharPP | null, key_count: number, key_lens: SizeTP | null, fields: CharPP | null, field_count: number, field_lens: SizeTP | null, values: CharPPP | null, value_count: SizeTP | null, value_lens: SizeTPP | null, route: string, route_len: number): KlReturn;
-/** HINCRBY field by; new value into *value. */
+/** HINCRBY field by; new value into *value (optional cell); ttl as kl_rpush. */
 export declare function kl_hincrby(client: KlClient | null, key: string, key_len: number, field: string, field_len: number, by: number, value: IntP | null, ttl: number): KlReturn;
 /** HEXISTS: KL_SUCCESS or KL_NOTFOUND. */
 export declare function kl_hexists(client: KlClient | null, key: string, key_len: number, field: string, field_len: number): KlReturn;
 /** HDEL field: KL_SUCCESS or KL_NOTFOUND. */
 export declare function kl_hdel(client: KlClient | null, key: string, key_len: number, field: string, field_len: number): KlReturn;
-/** HDEL of count fields; *deleted = how many existed. */
+/** HDEL of count fields; *deleted = how many existed (optional cell). */
 export declare function kl_hmdel(client: KlClient | null, key: string, key_len: number, fields: CharPP | null, count: number, field_lens: SizeTP | null, deleted: IntP | null): KlReturn;
-/** HLEN into *len. */
+/** HLEN into *len (0 for a missing key). */
 export declare function kl_hlen(client: KlClient | null, key: string, key_len: number, len: IntP | null): KlReturn;
-/** HGETALL: *count field/value pairs in *fields and *values. */
+/** HGETALL: *count field/value pairs in *fields and *values; KL_NOTFOUND (count 0) for a missing key. */
 export declare function kl_hgetall(client: KlClient | null, key: string, key_len: number, count: SizeTP | null, fields: CharPPP | null, field_lens: SizeTPP | null, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
-/** ---- Dictionaries (words with a value and a weight, prefix completion) -- * / /* Adds word with value and weight (ttl as kl_rpush). */
+/** Adds (or replaces) word with value and weight, atomically (ttl as kl_rpush, on the index and both hashes). */
 export declare function kl_dadd(client: KlClient | null, key: string, key_len: number, word: string, word_len: number, value: string, value_len: number, weight: number, ttl: number): KlReturn;
-/** Adds count words with values, all with weight; *added = how many were new. */
+/** Adds count words with values, all with weight, in one atomic script; *added = how many were new (optional cell). */
 export declare function kl_dmadd(client: KlClient | null, key: string, key_len: number, words: CharPP | null, count: number, word_lens: SizeTP | null, values: CharPP | null, value_lens: SizeTP | null, weight: number, added: IntP | null, ttl: number): KlReturn;
-/** Removes word; KL_NOTFOUND when absent. */
+/** Removes word with its value and weight; KL_NOTFOUND when absent. */
 export declare function kl_drem(client: KlClient | null, key: string, key_len: number, word: string, word_len: number): KlReturn;
 /** The value of word; KL_NOTFOUND when absent. */
 export declare function kl_dget(client: KlClient | null, key: string, key_len: number, word: string, word_len: number, value: CharPP | null, value_len: SizeTP | null): KlReturn;
 /** kl_dget with a routing string. */
 export declare function kl_dget_whole(client: KlClient | null, key: string, key_len: number, word: string, word_len: number, value: CharPP | null, value_len: SizeTP | null, route: string, route_len: number): KlReturn;
-/** Entries whose word starts with prefix, heaviest first, then in byte order. */
+/** Entries whose word starts with prefix (bytes), heaviest first, then in byte order; *values / *value_lens may be NULL (words only); KL_NOTFOUND when none. */
 export declare function kl_dclose(client: KlClient | null, key: string, key_len: number, prefix: string, prefix_len: number, count: SizeTP | null, words: CharPPP | null, word_lens: SizeTPP | null, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
 /** kl_dclose with a routing string. */
 export declare function kl_dclose_whole(client: KlClient | null, key: string, key_len: number, prefix: string, prefix_len: number, count: SizeTP | null, words: CharPPP | null, word_lens: SizeTPP | null, values: CharPPP | null, value_lens: SizeTPP | null, route: string, route_len: number): KlReturn;
-/** Every entry, heaviest first, then in byte order. */
+/** Every entry, heaviest first, then in byte order; KL_NOTFOUND when empty. */
 export declare function kl_dgetall(client: KlClient | null, key: string, key_len: number, count: SizeTP | null, words: CharPPP | null, word_lens: SizeTPP | null, values: CharPPP | null, value_lens: SizeTPP | null): KlReturn;
 /** kl_dgetall with a routing string. */
 export declare function kl_dgetall_whole(client: KlClient | null, key: string, key_len: number, count: SizeTP | null, words: CharPPP | null, word_lens: SizeTPP | null, values: CharPPP | null, value_lens: SizeTPP | null, route: string, route_len: number): KlReturn;
-/** SELECT db on every connection (remembered for reconnects). */
+/** SELECT db (>= 0) on every connection (remembered for reconnects); the prefix of db (kl_set_database_key) applies from now on. */
 export declare function kl_select(client: KlClient | null, db: number, results: KlReturnTPP | null): KlReturn;
-/** MOVE key to database db. */
+/** MOVE key to database db: KL_NOTFOUND when absent, KL_ALREADY_EXISTS when db holds it already. */
 export declare function kl_move(client: KlClient | null, key: string, key_len: number, db: number): KlReturn;
-/** ---- Server administration -------------------------------------------- * / /* FLUSHDB on every server of group. */
+/** FLUSHDB on every server of group. */
 export declare function kl_flushdb(client: KlClient | null, group: string, results: KlReturnTPP | null): KlReturn;
 /** SORT key [BY by] [LIMIT offset count] [GET get1..get4] [ASC|DESC] [ALPHA] [STORE store]. An empty string omits its clause; count 0 omits LIMIT (a negative count means "to the end"); desc != 0 sorts descending; a non-empty alpha sorts lexicographically; route is a NUL-terminated routing string ("" routes by key). With STORE, *count is the stored list's length and no values come back. */
 export declare function kl_sort_whole(client: KlClient | null, values: CharPPP | null, count: SizeTP | null, lengths: SizeTPP | null, key: string, key_len: number, by: string, by_len: number, offset: number, route: string, limit_count: number, desc: number, get1: string, get2: string, get3: string, get4: string, alpha: string, store: string): KlReturn;
@@ -459,19 +459,19 @@ export declare function kl_sort_whole(client: KlClient | null, values: CharPPP |
 export declare function kl_save(client: KlClient | null, group: string, results: KlReturnTPP | null): KlReturn;
 /** BGSAVE on every server of group. */
 export declare function kl_bgsave(client: KlClient | null, group: string, results: KlReturnTPP | null): KlReturn;
-/** LASTSAVE: one unix time per server into *times, count in *count. */
+/** LASTSAVE: one unix time per server into *times (0 for a failed server), count in *count (may be NULL). */
 export declare function kl_lastsave(client: KlClient | null, times: UIntPP | null, count: SizeTP | null, group: string, results: KlReturnTPP | null): KlReturn;
-/** SHUTDOWN NOSAVE on every server of group. */
+/** SHUTDOWN NOSAVE on every server of group (a closed connection is success). */
 export declare function kl_shutdown(client: KlClient | null, group: string, results: KlReturnTPP | null): KlReturn;
-/** INFO: one NUL-terminated text per server in a NULL-terminated *infos. */
+/** INFO: one NUL-terminated text per server ("" for a failed server) in a NULL-terminated *infos. */
 export declare function kl_info(client: KlClient | null, infos: CharPPP | null, group: string, results: KlReturnTPP | null): KlReturn;
-/** A new client with the same settings and servers and its own connections. */
+/** A new client with the same settings (password, database, prefixes, time-outs, logging) and servers, and its own connections; NULL for a NULL client. */
 export declare function kl_group_client(client: KlClient | null): KlClient | null;
-/** Copies key from the first group holding it to the groups lacking it; ttl as seconds, or with KL_DURABLE_TTL_BIT (keep the source TTL) / KL_COMMIT_BIT (also delete where the source has none); *groups = groups repaired. */
+/** Read repair: copies key (DUMP/RESTORE) from the first group holding it to the groups lacking it or holding a different copy. ttl: low 30 bits seconds (0: none); KL_DURABLE_TTL_BIT keeps the source TTL; KL_COMMIT_BIT makes the first group that answers the source, and when it lacks the key deletes it elsewhere. *groups (may be NULL) = groups repaired. No group holds it: KL_NOTFOUND; a group left unrepaired sets KL_DIRTY. */
 export declare function kl_dirty(client: KlClient | null, key: string, key_len: number, ttl: number, groups: IntP | null): KlReturn;
 /** 1 when kl_get_result(result) == expected, else 0. */
 export declare function kl_check_result(result: KlReturn, expected: KlReturn): number;
 /** 1 when the dirty bit is set, else 0. */
 export declare function kl_is_dirty(result: KlReturn): number;
-/** ---- Result codes and dirty state ------------------------------------ * / /* r without the dirty bit. */
+/** r without the dirty bit. */
 export declare function kl_get_result(result: KlReturn): number;

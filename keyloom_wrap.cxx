@@ -326,7 +326,7 @@ const FunctionEntry kFunctions[] = {
     KL_CELL_FAMILY(kl_return_tpp, CellType<kl_return_t*>, RetP, RetPP, RProxyOf<RetP>),
 
     // 2. String cells and reply readers (Parts 4.1, 4.3), 15 functions.
-    KL_EXPORT(delete_charp, delete_charp, RVoid, CharP),
+    KL_EXPORT(delete_charp, delete_charp, RVoid, CharPHeap),
     KL_EXPORT(new_empty_kl_return_tpp, new_empty_kl_return_tpp, RProxyOf<RetPP>),
     KL_EXPORT(uintpp_to_charpp, to_charpp<unsigned int>, RProxyOf<CharPP>, UIntPP),
     KL_EXPORT(intpp_to_charpp, to_charpp<int>, RProxyOf<CharPP>, IntPP),
@@ -533,7 +533,12 @@ void SWIGV8_AddStaticVariable(v8::Isolate* isolate, v8::Local<v8::Context> conte
       .FromMaybe(false);
 }
 
-// A function: no data, no signature, declared length 0; a plain data property.
+// A function: no data, no signature, declared length 0; a plain data property,
+// writable, enumerable and configurable. It is defined with CreateDataProperty
+// rather than Set: on the fresh exports object the property is the same, but a
+// named definition of a constant function keeps the object in fast mode
+// (Set's keyed store turns an object of more than a few properties into a
+// dictionary, which costs every `keyloom.fn` lookup a hash probe).
 void SWIGV8_AddStaticFunction(v8::Isolate* isolate, v8::Local<v8::Context> context,
                               v8::Local<v8::Object> object, const char* name,
                               v8::FunctionCallback callback) {
@@ -541,7 +546,7 @@ void SWIGV8_AddStaticFunction(v8::Isolate* isolate, v8::Local<v8::Context> conte
   if (!v8::FunctionTemplate::New(isolate, callback)->GetFunction(context).ToLocal(&function)) {
     return;
   }
-  object->Set(context, SWIGV8_Name(isolate, name), function).FromMaybe(false);
+  object->CreateDataProperty(context, SWIGV8_Name(isolate, name), function).FromMaybe(false);
 }
 
 void Initialize(v8::Local<v8::Object> exports) {

@@ -9,6 +9,7 @@
 //   npm run bench -- --quick            short rounds, a first look in about 3 minutes
 //   npm run bench -- --filter mget      only workloads whose id matches (a regular expression)
 //   options: --rounds N  --duration MS  --cpu N  --build-dir DIR  --no-build  --no-write
+//   npm run bench -- --report-only      rewrite RESULTS.md from the last run (bench/.work/last-run.json)
 //
 // Contenders run in turn and interleaved (A B C, then B C A, ...), one process
 // per measurement; the tables quote the median of the rounds. The run writes
@@ -20,7 +21,7 @@ const os = require('node:os');
 const path = require('node:path');
 const { startRedis } = require('../scripts/local-redis');
 const { build } = require('../scripts/build');
-const { workloads, sizeLabel, SWEEP_SIZES, SWEEP_KEYS, CONTINUUM_SIZES, MAX_SERVERS } = require('./workloads');
+const { workloads, SWEEP_SIZES, SWEEP_KEYS, CONTINUUM_SIZES, MAX_SERVERS } = require('./workloads');
 const { targets } = require('./targets');
 const { median } = require('./lib/stats');
 const { send } = require('./lib/fill');
@@ -47,6 +48,7 @@ function parseArgs(argv) {
     else if (a === '--build-dir') o.buildDir = path.resolve(next());
     else if (a === '--no-build') o.build = false;
     else if (a === '--no-write') o.write = false;
+    else if (a === '--report-only') o.reportOnly = true;
     else if (a === '--help' || a === '-h') {
       process.stdout.write(fs.readFileSync(__filename, 'utf8').split('\n').slice(6, 12).map((l) => l.slice(3)).join('\n') + '\n');
       process.exit(0);
@@ -60,7 +62,7 @@ function parseArgs(argv) {
   o.callWarmup = q ? 2e5 : 1e6;
   o.memOps = q ? 1e5 : 1e6;                            // operations of the memory run
   o.memCapMs = q ? 30000 : 150000;
-  o.continuumRepeats = q ? 3 : 5;
+  o.continuumRepeats = 3;
   return o;
 }
 
@@ -169,7 +171,8 @@ function cArgs(w, ports, limits) {
 
 function limitsFor(w, o) {
   if (w.unit === 'ns/call') return { durationMs: 20000, maxOps: o.calls, warmupOps: o.callWarmup };
-  const perCall = w.count || 1;
+  // fewer warm-up operations for large calls: about the same warm-up time for every workload
+  const perCall = (w.count || 1) * Math.max(1, (w.size || 0) / 4096);
   return { durationMs: o.duration, maxOps: 1e7, warmupOps: Math.max(20, Math.ceil(o.warmup / Math.sqrt(perCall))) };
 }
 
@@ -268,7 +271,7 @@ async function runMemory(ctx) {
 function machine() {
   const cpu = (fs.readFileSync('/proc/cpuinfo', 'utf8').match(/^model name\s*:\s*(.*)$/m) || [])[1] || os.cpus()[0]?.model;
   const redis = (execFileSync('redis-server', ['--version']).toString().match(/v=(\S+)/) || [])[1];
-  const pkg = (name) => { try { return require(`${name}/package.json`).version; } catch { return 'absent'; } };
+  const pkg = (name) => { try { return JSON.parse(fs.readFileSync(path.join(root, 'node_modules', name, 'package.json'), 'utf8')).version; } catch { return 'absent'; } };
   return { date: new Date().toISOString(), nproc: os.availableParallelism(), cpu, kernel: os.release(),
     redis, node: process.version, ioredis: pkg('ioredis'), nodeRedis: pkg('redis'), koffi: pkg('koffi'),
     hiredis: (() => { try { return execFileSync('dpkg-query', ['-W', '-f=${Version}', 'libhiredis-dev']).toString(); } catch { return 'unknown'; } })(),
@@ -278,6 +281,13 @@ function machine() {
 async function main() {
   const o = parseArgs(process.argv.slice(2));
   fs.mkdirSync(work, { recursive: true });
+  if (o.reportOnly) {
+    const R = JSON.parse(fs.readFileSync(path.join(work, 'last-run.json'), 'utf8'));
+    R.targets = targets().map((t) => ({ id: t.id, text: t.text, reason: t.reason, ...t.compute(R) }));
+    fs.writeFileSync(path.join(__dirname, R.options.filter ? '.work/RESULTS.partial.md' : 'RESULTS.md'), report.markdown(R));
+    process.stdout.write(`${report.console(R)}\n`);
+    return;
+  }
   const paths = buildEverything(o);
   const wanted = workloads().filter((w) => !o.filter || o.filter.test(w.id));
   const extras = { continuum: !o.filter || o.filter.test('continuum'), memory: !o.filter || o.filter.test('memory') };
@@ -304,7 +314,7 @@ async function main() {
   R.seconds = (Date.now() - t0) / 1000;
   R.targets = targets().map((t) => ({ id: t.id, text: t.text, reason: t.reason, ...t.compute(R) }));
   fs.writeFileSync(path.join(work, 'last-run.json'), JSON.stringify(R, null, 1));
-  const md = report.markdown(R, { sizeLabel });
+  const md = report.markdown(R);
   process.stdout.write(`${report.console(R)}\n`);
   if (o.write && !o.filter) {
     fs.writeFileSync(path.join(__dirname, 'RESULTS.md'), md);

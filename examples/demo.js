@@ -5,7 +5,7 @@
 // walks through the command families, printing what it does.
 const { runExample } = require('./support/local.js');
 
-const show = (label, value) => console.log(`  ${label.padEnd(42)} ${JSON.stringify(value)}`);
+const show = (label, value) => console.log(`  ${label.padEnd(46)} ${JSON.stringify(value)}`);
 
 runExample(2, async (servers, env) => {
   const { createClient, KeyloomError, version } = require('../client.js');

@@ -163,27 +163,36 @@ typedef struct kl_client kl_client;
 
 /* ---- Reply release ---------------------------------------------------- */
 
-/* Frees *reply with the client's allocator and sets *reply to NULL. */
+/* Frees *reply with the allocator it was made with and sets *reply to NULL
+   (reply NULL: KL_INVALID_PARAMETER; *reply NULL: nothing to do). */
 kl_return_t kl_free_php_reply_p(char **reply);
-/* Frees the n elements of *reply and the array itself; sets *reply to NULL. */
+/* Frees the n elements of *reply and the array itself with the allocator they
+   were made with; sets *reply to NULL (harmless twice). */
 kl_return_t kl_free_php_reply_pp(char ***reply, unsigned int n);
 
 /* ---- Client lifecycle and configuration ------------------------------- */
 
-/* Makes a client (NULL on failure); mm NULL means the C library's allocator. */
+/* Makes a client (NULL on failure); mm NULL means the C library's allocator (the
+   record is copied); an unknown hash kind hashes as KL_HASH_DEFAULT. */
 kl_client *kl_client_create(kl_hash hash, kl_server_distribution distribution, kl_mm_t *mm,
                             unsigned int flags);
 /* Closes every connection and frees the client; NULL is ignored. */
 void kl_client_destroy(kl_client *client);
-/* A new client with the same settings and servers and its own connections. */
+/* A new client with the same settings (password, database, prefixes, time-outs,
+   logging) and servers, and its own connections; NULL for a NULL client. */
 kl_client *kl_group_client(kl_client *client);
-/* Chooses the command forms the client uses (CLIENT_VERSION_*). */
+/* Chooses the command forms the client uses (CLIENT_VERSION_*; another value:
+   KL_INVALID_PARAMETER). AUTO reads each server's version at connect; the
+   string, key and administration commands use forms of Redis 2.8, except
+   RESTORE ... REPLACE (3.0) in kl_rename and kl_dirty. */
 kl_return_t kl_set_client_version(kl_client *client, kl_client_version version);
-/* Connect and reply time-out in milliseconds (0 restores the default). */
+/* Connect and reply time-out in milliseconds (default and 0: 1000 ms). */
 kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout_ms);
-/* How long a failed server stays marked down before a reconnect, in ms. */
+/* How long a failed server stays marked down before a reconnect, in ms
+   (default 1000; 0 retries on the next call). */
 kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int timeout_ms);
-/* Adds host:port to a group (NULL or "" means the group "default"). */
+/* Adds host:port (port 1..65535) to a group (NULL or "" means the group
+   "default"); the same server twice in one group: KL_ALREADY_EXISTS. */
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group);
 /* Sends the library's own events to syslog for the KL_LEVEL_* bits in levels. */
 kl_return_t kl_enable_syslog(kl_client *client, unsigned int levels);
@@ -193,12 +202,14 @@ kl_return_t kl_disable_log(kl_client *client);
 char const *kl_get_version(void);
 /* A fixed text for a result code, mentioning the dirty bit (library-owned). */
 char const *kl_strerror(kl_return_t result);
-/* AUTH on every server; remembered and replayed on reconnect. */
+/* AUTH on every server (connecting them); remembered and replayed on reconnect.
+   password_len 0 forgets the password. A refused password: KL_SERVER_ERROR. */
 kl_return_t kl_auth(kl_client *client, char *password, size_t password_len);
-/* Closes every connection; they reopen on demand. */
+/* Closes every connection and forgets down marks; they reopen on demand. */
 kl_return_t kl_quit(kl_client *client);
-/* CONFIG GET param: names and values alternate in *values (count in *count);
-   server "host:port" (server_len > 0) narrows it to one server. */
+/* CONFIG GET param: names and values alternate in *values (count in *count),
+   from the first addressed server that answers; server "host:port"
+   (server_len > 0) narrows it to one server (unknown: KL_INVALID_PARAMETER). */
 kl_return_t kl_config_get(kl_client *client, char const *param, size_t param_len,
                           char const *server, size_t server_len, char ***values, size_t *count,
                           size_t **lengths, char const *group, kl_return_t **results);
@@ -206,10 +217,12 @@ kl_return_t kl_config_get(kl_client *client, char const *param, size_t param_len
 kl_return_t kl_config_set(kl_client *client, char const *param, size_t param_len,
                           char const *value, size_t value_len, char const *server,
                           size_t server_len, char const *group, kl_return_t **results);
-/* Reads back the key prefix of logical database db (library-owned; NULL when unset). */
+/* Reads back the key prefix of logical database db (library-owned; NULL and
+   length 0 when unset). prefix_len is written despite its const. */
 kl_return_t kl_database_key(kl_client *client, size_t db, char const **prefix,
                             size_t const *prefix_len);
-/* Sets the key prefix used for every key while logical database db is selected. */
+/* Sets the key prefix used for every key while logical database db is
+   selected (prefix_len 0 removes it). Routing ignores the prefix. */
 kl_return_t kl_set_database_key(kl_client *client, size_t db, char const *prefix,
                                 size_t prefix_len);
 
@@ -221,9 +234,12 @@ kl_return_t kl_get_result(kl_return_t result);
 uint8_t kl_is_dirty(kl_return_t result);
 /* 1 when kl_get_result(result) == expected, else 0. */
 uint8_t kl_check_result(kl_return_t result, kl_return_t expected);
-/* Copies key from the first group holding it to the groups lacking it; ttl as
-   seconds, or with KL_DURABLE_TTL_BIT (keep the source TTL) / KL_COMMIT_BIT
-   (also delete where the source has none); *groups = groups repaired. */
+/* Read repair: copies key (DUMP/RESTORE) from the first group holding it to the
+   groups lacking it or holding a different copy. ttl: low 30 bits seconds (0:
+   none); KL_DURABLE_TTL_BIT keeps the source TTL; KL_COMMIT_BIT makes the first
+   group that answers the source, and when it lacks the key deletes it
+   elsewhere. *groups (may be NULL) = groups repaired. No group holds it:
+   KL_NOTFOUND; a group left unrepaired sets KL_DIRTY. */
 kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int *groups);
 
 /* ---- String and key commands ------------------------------------------ */
@@ -246,22 +262,28 @@ kl_return_t kl_append(kl_client *client, char *key, size_t key_len, char *value,
 /* GET key into *value / *value_len; KL_NOTFOUND when absent. */
 kl_return_t kl_get_whole(kl_client *client, char *key, size_t key_len, char **value,
                          size_t *value_len, char *route, size_t route_len);
-/* GETSET: sets value, hands back the old one (NULL when there was none). */
+/* GETSET: sets value, hands back the old one (*old_value NULL and *old_len 0
+   when there was none). */
 kl_return_t kl_getset_whole(kl_client *client, char *key, size_t key_len, char *value,
                             size_t value_len, char **old_value, size_t *old_len, char *route,
                             size_t route_len);
-/* MGET over every server; missing keys are NULL elements; policy KL_*_ON_FAIL. */
+/* GET of every key, one pipelined batch per server (route_len > 0: one MGET on
+   the route's server); missing keys are NULL elements (length SIZE_MAX);
+   policy KL_BEST_EFFORT_ON_FAIL or else KL_NULL_ON_FAIL; all servers failed:
+   KL_SERVER_DOWN / KL_ALL_GROUP_SERVERS_DOWN. */
 kl_return_t kl_mget_whole(kl_client *client, char **keys, size_t count, size_t *key_lens,
                           char ***values, size_t *value_count, size_t **value_lens, char *route,
                           size_t route_len, int policy);
-/* MSET key/value pairs, one pipelined batch per server. */
+/* MSET key/value pairs, one pipelined batch per server; any server failing
+   fails the call (some groups failing: KL_DIRTY). */
 kl_return_t kl_mset(kl_client *client, char const **keys, size_t count, size_t *key_lens,
                     char **values, size_t *value_lens);
-/* MSET with a TTL per key (ttls[i] seconds, 0 for none). */
+/* MSET with a TTL per key (ttls[i] seconds, 0 for none; ttls required). */
 kl_return_t kl_msetex(kl_client *client, char const **keys, size_t count,
                       size_t const *key_lens, char const **values, size_t const *value_lens,
                       size_t const *ttls);
-/* INCR into *value; ttl applies only when the counter is created. */
+/* INCR into *value (may be NULL); ttl applies only when the counter is
+   created (one server-side script). */
 kl_return_t kl_incr(kl_client *client, char *key, size_t key_len, int *value, size_t ttl);
 /* INCRBY by into *value; ttl applies only when the counter is created. */
 kl_return_t kl_incrby(kl_client *client, char *key, size_t key_len, int by, int *value,
@@ -275,34 +297,44 @@ kl_return_t kl_decrby(kl_client *client, char *key, size_t key_len, int by, int 
 kl_return_t kl_exists(kl_client *client, char *key, size_t key_len);
 /* DEL: KL_SUCCESS or KL_NOTFOUND. */
 kl_return_t kl_del(kl_client *client, char *key, size_t key_len);
-/* DEL of many keys; *deleted = how many existed. */
+/* DEL of many keys, one pipelined batch per server; *deleted (may be NULL) =
+   how many existed. */
 kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_lens,
                     int *deleted);
-/* TYPE into *type ("string", "list", ..., "none"). */
+/* TYPE into *type ("string", "list", ..., "none" for a missing key, which
+   succeeds). */
 kl_return_t kl_type(kl_client *client, char *key, size_t key_len, char **type);
-/* Keys matching pattern on every server of group (SCAN, never KEYS), merged. */
+/* Keys matching pattern ("" = "*") on every server of group (SCAN, never
+   KEYS), merged: each key once over groups, without the database prefix;
+   none: *keys NULL and *count 0. */
 kl_return_t kl_keys(kl_client *client, char *pattern, size_t pattern_len, char ***keys,
                     size_t *count, size_t **lengths, char const *group, kl_return_t **results);
-/* RANDOMKEY from the first server that has one. */
+/* RANDOMKEY from the first server (group order) that has one; KL_NOTFOUND when
+   every server is empty. */
 kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len);
-/* RENAME; keys on different servers are moved with DUMP/RESTORE keeping the TTL. */
+/* RENAME; keys on different servers are moved with DUMP/RESTORE keeping the
+   TTL; KL_NOTFOUND when key does not exist. */
 kl_return_t kl_rename(kl_client *client, char *key, size_t key_len, char *new_key,
                       size_t new_key_len);
 /* RENAMENX: KL_ALREADY_EXISTS when new_key exists. */
 kl_return_t kl_renamenx(kl_client *client, char *key, size_t key_len, char *new_key,
                         size_t new_key_len);
-/* EXPIRE key ttl; ttl 0 removes the TTL (PERSIST). */
+/* EXPIRE key ttl; ttl 0 removes the TTL (PERSIST); KL_NOTFOUND when absent. */
 kl_return_t kl_set_ttl(kl_client *client, char *key, size_t key_len, size_t ttl);
 /* TTL into *ttl (-1 when the key has none); KL_NOTFOUND when absent. */
 kl_return_t kl_get_ttl(kl_client *client, char *key, size_t key_len, int *ttl);
-/* DBSIZE summed over every server of group. */
+/* DBSIZE summed over every server of group (each group's copy counts). */
 kl_return_t kl_dbsize(kl_client *client, unsigned int *size, char const *group,
                       kl_return_t **results);
-/* SELECT db on every connection (remembered for reconnects). */
+/* SELECT db (>= 0) on every connection (remembered for reconnects); the
+   prefix of db (kl_set_database_key) applies from now on. */
 kl_return_t kl_select(kl_client *client, int db, kl_return_t **results);
-/* MOVE key to database db. */
+/* MOVE key to database db: KL_NOTFOUND when absent, KL_ALREADY_EXISTS when db
+   holds it already. */
 kl_return_t kl_move(kl_client *client, char *key, size_t key_len, int db);
-/* FLUSHALL on every server of group. */
+/* FLUSHALL on every server of group (an unknown group: KL_INVALID_PARAMETER;
+   "_NL_" when no group has that name: every group; a failed server's code:
+   KL_SERVER_DOWN). */
 kl_return_t kl_flushall(kl_client *client, char const *group, kl_return_t **results);
 
 /* ---- Server administration -------------------------------------------- */
@@ -313,12 +345,14 @@ kl_return_t kl_flushdb(kl_client *client, char const *group, kl_return_t **resul
 kl_return_t kl_save(kl_client *client, char const *group, kl_return_t **results);
 /* BGSAVE on every server of group. */
 kl_return_t kl_bgsave(kl_client *client, char const *group, kl_return_t **results);
-/* SHUTDOWN NOSAVE on every server of group. */
+/* SHUTDOWN NOSAVE on every server of group (a closed connection is success). */
 kl_return_t kl_shutdown(kl_client *client, char const *group, kl_return_t **results);
-/* LASTSAVE: one unix time per server into *times, count in *count. */
+/* LASTSAVE: one unix time per server into *times (0 for a failed server),
+   count in *count (may be NULL). */
 kl_return_t kl_lastsave(kl_client *client, unsigned int **times, size_t *count,
                         char const *group, kl_return_t **results);
-/* INFO: one NUL-terminated text per server in a NULL-terminated *infos. */
+/* INFO: one NUL-terminated text per server ("" for a failed server) in a
+   NULL-terminated *infos. */
 kl_return_t kl_info(kl_client *client, char ***infos, char const *group, kl_return_t **results);
 /* SORT key [BY by] [LIMIT offset count] [GET get1..get4] [ASC|DESC] [ALPHA] [STORE store].
    An empty string omits its clause; count 0 omits LIMIT (a negative count means
@@ -332,103 +366,131 @@ kl_return_t kl_sort_whole(kl_client *client, char ***values, size_t *count, size
 
 /* ---- Lists -------------------------------------------------------------- */
 
-/* RPUSH value (ttl > 0 sets the key's TTL in the same round trip). */
+/* RPUSH value; ttl > 0 sets the key's TTL in the same round trip (a refused write leaves it
+   alone). A null value with length 0 is the empty string. */
 kl_return_t kl_rpush(kl_client *client, char *key, size_t key_len, char *value,
                      size_t value_len, size_t ttl);
 /* LPUSH value (ttl as kl_rpush). */
 kl_return_t kl_lpush(kl_client *client, char *key, size_t key_len, char *value,
                      size_t value_len, size_t ttl);
-/* LLEN into *len. */
+/* LLEN into *len (0 for a missing key). */
 kl_return_t kl_llen(kl_client *client, char *key, size_t key_len, unsigned int *len);
-/* LRANGE start stop into *values / *count / *lengths. */
+/* LRANGE start stop into *values / *count / *lengths; KL_NOTFOUND (count 0) when nothing is in
+   range or the list is missing. */
 kl_return_t kl_lrange_whole(kl_client *client, char *key, size_t key_len, int start, int stop,
                             char ***values, size_t *count, size_t **lengths, char *route,
                             size_t route_len);
-/* LTRIM start stop. */
+/* LTRIM start stop (KL_SUCCESS also on a missing key). */
 kl_return_t kl_ltrim(kl_client *client, char *key, size_t key_len, int start, int stop);
 /* LINDEX index into *value; KL_NOTFOUND when out of range. */
 kl_return_t kl_lindex_whole(kl_client *client, char *key, size_t key_len, int index,
                             char **value, size_t *value_len, char *route, size_t route_len);
-/* LSET index value (ttl > 0 refreshes the key's TTL). */
+/* LSET index value; KL_NOTFOUND for a missing key or an index out of range; ttl > 0 (re)sets the
+   key's TTL. */
 kl_return_t kl_lset(kl_client *client, char *key, size_t key_len, int index, char *value,
                     size_t value_len, size_t ttl);
-/* LREM count value; *removed = how many were removed. */
+/* LREM count value (count as LREM: > 0 from the head, < 0 from the tail, 0 all); *removed = how
+   many were removed (optional cell). */
 kl_return_t kl_lrem(kl_client *client, char *key, size_t key_len, int count, char *value,
                     size_t value_len, unsigned int *removed);
-/* LPOP into *value; KL_NOTFOUND on an empty list. */
+/* LPOP into *value (a write: it runs in every group); KL_NOTFOUND on an empty list. */
 kl_return_t kl_lpop_whole(kl_client *client, char *key, size_t key_len, char **value,
                           size_t *value_len, char *route, size_t route_len);
-/* RPOP into *value; KL_NOTFOUND on an empty list. */
+/* RPOP into *value (as kl_lpop_whole); KL_NOTFOUND on an empty list. */
 kl_return_t kl_rpop_whole(kl_client *client, char *key, size_t key_len, char **value,
                           size_t *value_len, char *route, size_t route_len);
 
 /* ---- Sets (optionally with a value per member) ------------------------- */
+/* Member values live in the hash <key>::keyloom:svals beside the set (same
+   server, same TTL); every write that touches values is one atomic script.
+   A set that is deleted and made again does not inherit old values. */
 
-/* SADD member (ttl as kl_rpush). */
+/* SADD member (ttl as kl_rpush, on the set and its values hash); an existing member keeps its
+   value. */
 kl_return_t kl_sadd(kl_client *client, char *key, size_t key_len, char *member,
                     size_t member_len, size_t ttl);
-/* SADD member and attach value to it (kept beside the set, on its server). */
+/* SADD member and attach value (atomic script); an empty value means no value and drops an old
+   one. */
 kl_return_t kl_saddval(kl_client *client, char *key, size_t key_len, char *member,
                        size_t member_len, char *value, size_t value_len, size_t ttl);
-/* SREM member (and its value); KL_NOTFOUND when it was not a member. */
+/* SREM member and its value; KL_NOTFOUND when it was not a member. */
 kl_return_t kl_srem(kl_client *client, char *key, size_t key_len, char *member,
                     size_t member_len);
-/* SPOP into *member; KL_NOTFOUND on an empty set. */
+/* Removes one member chosen at random (the same one in every group) into *member, dropping its
+   value; KL_NOTFOUND on an empty set. */
 kl_return_t kl_spop_whole(kl_client *client, char *key, size_t key_len, char **member,
                           size_t *member_len, char *route, size_t route_len);
-/* The value attached to member. */
+/* The value attached to member; KL_SET_EMPTY_VALUE (*value NULL, length SIZE_MAX) when it has
+   none; KL_NOTFOUND when it is not a member. */
 kl_return_t kl_sval_whole(kl_client *client, char *key, size_t key_len, char *member,
                           size_t member_len, char **value, size_t *value_len, char *route,
                           size_t route_len);
-/* Members are CIDR networks (IPv4/IPv6): the value of the most specific one
-   containing ip; KL_NO_SUBNET when none does. */
+/* Members are CIDR networks (IPv4/IPv6; a bare address is a /32 or /128; members that do not
+   parse are skipped; ::ffff:a.b.c.d also matches IPv4 networks): the value of the narrowest one
+   containing ip (equal prefixes: the smallest member text). KL_NO_SUBNET when none does,
+   KL_SET_EMPTY_VALUE when it has no value, KL_NO_SET_KEY when the set is missing,
+   KL_INVALID_PARAMETER for an ip that does not parse. */
 kl_return_t kl_svalfromip(kl_client *client, char const *key, size_t key_len, char const *ip,
                           size_t ip_len, char **value, size_t *value_len);
-/* SCARD into *count. */
+/* SCARD into *count (0 for a missing set). */
 kl_return_t kl_scard(kl_client *client, char *key, size_t key_len, unsigned int *count);
 /* SISMEMBER: KL_SUCCESS or KL_NOTFOUND. */
 kl_return_t kl_sismember(kl_client *client, char *key, size_t key_len, char *member,
                          size_t member_len);
-/* KL_SUCCESS (member has a value), KL_SET_EMPTY_VALUE, KL_NOTFOUND or KL_NO_SET_KEY. */
+/* KL_SUCCESS (member has a value), KL_SET_EMPTY_VALUE (none, or empty), KL_NOTFOUND (not a
+   member) or KL_NO_SET_KEY (no set). */
 kl_return_t kl_sismemberval(kl_client *client, char *key, size_t key_len, char *member,
                             size_t member_len);
-/* SUNION of keys (across servers) into *members; policy KL_*_ON_FAIL. */
+/* Union of the keys' members (SMEMBERS per key, one pipelined batch per server, merged client-
+   side) in byte order; route_len > 0 reads every key on the route's server. policy KL_*_ON_FAIL;
+   KL_NOTFOUND when the union is empty; a wrong-type key gives KL_SERVER_ERROR. */
 kl_return_t kl_sunion_whole(kl_client *client, char **keys, size_t count, size_t *key_lens,
                             char ***members, size_t *member_count, size_t **member_lens,
                             char *route, size_t route_len, int policy);
-/* SUNIONSTORE into dest; policy KL_*_ON_FAIL; ttl as kl_rpush. */
+/* Stores the union of keys (read as kl_sunion_whole, across servers) into dest, replacing it and
+   its values atomically (empty union: dest deleted); policy KL_*_ON_FAIL (best effort stores
+   what was reachable and returns KL_PARTIAL_RESULT); ttl as kl_rpush. */
 kl_return_t kl_sunionstore(kl_client *client, char *dest, size_t dest_len, char **keys,
                            size_t count, size_t *key_lens, int policy, size_t ttl);
-/* SMEMBERS; with SET_WITH_VALUES also *values / *value_lens (one per member). */
+/* SMEMBERS into *members (KL_NOTFOUND when empty); with SET_WITH_VALUES also *values /
+   *value_lens, aligned with the members (NULL, length SIZE_MAX where none), read in the same
+   round trip. */
 kl_return_t kl_smembers_whole(kl_client *client, char const *key, size_t key_len,
                               char ***members, size_t *count, size_t **member_lens,
                               char const *route, size_t route_len, setFlags flags,
                               char ***values, size_t **value_lens);
 
 /* ---- Sorted sets (optionally with a value per member) ------------------ */
+/* Member values live in the hash <key>::keyloom:zvals beside the sorted set,
+   kept as for sets (kl_zincrby alone does not clear values left by a deleted
+   sorted set). Range reads with no member in range give KL_NOTFOUND. */
 
-/* ZADD score member (ttl as kl_rpush). */
+/* ZADD score member (ttl as kl_rpush, on the set and its values hash); the member keeps its
+   value. A NaN score is KL_INVALID_PARAMETER. */
 kl_return_t kl_zadd(kl_client *client, char *key, size_t key_len, double score, char *member,
                     size_t member_len, size_t ttl);
-/* ZADD count members with their scores. */
+/* ZADD count members with their scores (ttl as kl_zadd). */
 kl_return_t kl_zmadd(kl_client *client, char *key, size_t key_len, double *scores,
                      char **members, size_t count, size_t *member_lens, size_t ttl);
-/* ZADD score member and attach value to it. */
+/* ZADD score member and attach value (atomic script); an empty value means no value and drops an
+   old one. */
 kl_return_t kl_zaddval(kl_client *client, char *key, size_t key_len, double score,
                        char *member, size_t member_len, char *value, size_t value_len,
                        size_t ttl);
-/* ZADD count members with scores and values. */
+/* ZADD count members with scores and values (as kl_zaddval, one atomic script). */
 kl_return_t kl_zmaddval(kl_client *client, char *key, size_t key_len, double *scores,
                         char **members, size_t count, size_t *member_lens, char **values,
                         size_t *value_lens, size_t ttl);
-/* ZREM member (and its value); KL_NOTFOUND when absent. */
+/* ZREM member and its value; KL_NOTFOUND when absent. */
 kl_return_t kl_zrem(kl_client *client, char *key, size_t key_len, char *member,
                     size_t member_len);
-/* ZREM count members; *removed = how many were present. */
+/* ZREM count members and their values; *removed = how many were present (optional cell). */
 kl_return_t kl_zmrem(kl_client *client, char *key, size_t key_len, char **members,
                      size_t count, size_t *member_lens, int *removed);
-/* ZRANGE by rank (ZSET_WITH_LIMIT: stop is a count). Flags choose *scores
-   (ZSET_WITH_SCORES), *values (ZSET_WITH_VALUES) and order (ZSET_REVERSE). */
+/* ZRANGE by rank; KL_NOTFOUND when nothing is in range. ZSET_WITH_LIMIT: stop is a count (> 0,
+   else KL_INVALID_PARAMETER) of members from start. Flags fill *scores (ZSET_WITH_SCORES),
+   *values / *value_lens (ZSET_WITH_VALUES, NULL where a member has none) and order
+   (ZSET_REVERSE: ranks counted from the highest score). */
 kl_return_t kl_zrange(kl_client *client, char *key, size_t key_len, int start, int stop,
                       char ***members, size_t *count, size_t **member_lens, zSetFlags flags,
                       double **scores, char ***values, size_t **value_lens);
@@ -437,7 +499,8 @@ kl_return_t kl_zrange_whole(kl_client *client, char *key, size_t key_len, int st
                             char ***members, size_t *count, size_t **member_lens, char *route,
                             size_t route_len, zSetFlags flags, double **scores, char ***values,
                             size_t **value_lens);
-/* ZRANGEBYSCORE min max, flags as kl_zrange. */
+/* ZRANGEBYSCORE min max (inclusive), flags as kl_zrange; ZSET_REVERSE lists from max down to
+   min; ZSET_WITH_LIMIT is ignored. */
 kl_return_t kl_zrangebyscore(kl_client *client, char *key, size_t key_len, double min,
                              double max, char ***members, size_t *count, size_t **member_lens,
                              zSetFlags flags, double **scores, char ***values,
@@ -448,42 +511,48 @@ kl_return_t kl_zrangebyscore_whole(kl_client *client, char *key, size_t key_len,
                                    size_t **member_lens, char *route, size_t route_len,
                                    zSetFlags flags, double **scores, char ***values,
                                    size_t **value_lens);
-/* ZREMRANGEBYSCORE min max; *removed = how many. */
+/* ZREMRANGEBYSCORE min max with the members' values; *removed = how many (optional cell). */
 kl_return_t kl_zremrangebyscore(kl_client *client, char *key, size_t key_len, double min,
                                 double max, unsigned int *removed);
-/* ZSCORE into *score, and the member's value (NULL when it has none). */
+/* ZSCORE into *score, and the member's value when value is not NULL (NULL, length SIZE_MAX when
+   it has none); KL_NOTFOUND when absent. */
 kl_return_t kl_zscore(kl_client *client, char *key, size_t key_len, char *member,
                       size_t member_len, double *score, char **value, size_t *value_len);
-/* Raises member's score to score only when higher, then sets its value. */
+/* Adds member, or raises its score to score only when higher, then sets its value (empty: none);
+   KL_ALREADY_EXISTS (nothing changed, TTL untouched) when its score was already as high. */
 kl_return_t kl_zaddvalmax(kl_client *client, char *key, size_t key_len, char *member,
                           size_t member_len, char *value, size_t value_len, double score,
                           size_t ttl);
-/* Keeps only the n highest-scored members (n < 0: the |n| lowest). */
+/* Keeps only the n highest-scored members (n < 0: the |n| lowest), dropping the others' values;
+   n == 0 is KL_INVALID_PARAMETER; ttl > 0 sets the TTL; KL_SUCCESS also when nothing was
+   removed. */
 kl_return_t kl_zaddmaxinc(kl_client *client, char *key, size_t key_len, int n, size_t ttl);
-/* Removes members scored within distance of score, then adds member;
-   *evicted = the first member removed (NULL when none). */
+/* Removes the other members scored within distance (>= 0, inclusive) of score, with their
+   values, then adds member at score (it keeps its value); *evicted = the lowest-scored member
+   removed, NUL-terminated (NULL when none; the cell is optional). */
 kl_return_t kl_zadddis(kl_client *client, char *key, size_t key_len, double score,
                        char *member, size_t member_len, double distance, char **evicted,
                        size_t ttl);
-/* ZCARD into *count. */
+/* ZCARD into *count (0 for a missing key). */
 kl_return_t kl_zcard(kl_client *client, char *key, size_t key_len, unsigned int *count);
-/* ZCOUNT min max into *count. */
+/* ZCOUNT min max (inclusive) into *count. */
 kl_return_t kl_zcount(kl_client *client, char *key, size_t key_len, double min, double max,
                       unsigned int *count);
-/* ZINCRBY by member; new score into *score. */
+/* ZINCRBY by member; new score into *score (optional cell); ttl as kl_zadd. */
 kl_return_t kl_zincrby(kl_client *client, char *key, size_t key_len, char *member,
                        size_t member_len, double by, double *score, size_t ttl);
-/* ZRANK (ZREVRANK with ZSET_REVERSE) into *rank; ZSET_WITH_VALUES also the value. */
+/* ZRANK (ZREVRANK with ZSET_REVERSE) into *rank; ZSET_WITH_VALUES also the value (NULL, length
+   SIZE_MAX when none); KL_NOTFOUND when absent. */
 kl_return_t kl_zrank(kl_client *client, char *key, size_t key_len, char *member,
                      size_t member_len, unsigned int *rank, zSetFlags flags, char **value,
                      size_t *value_len);
-/* ZREMRANGEBYRANK start stop; *removed = how many. */
+/* ZREMRANGEBYRANK start stop with the members' values; *removed = how many (optional cell). */
 kl_return_t kl_zremrangebyrank(kl_client *client, char *key, size_t key_len, int start,
                                int stop, unsigned int *removed);
 
 /* ---- Hashes -------------------------------------------------------------- */
 
-/* HSET field value (ttl as kl_rpush). */
+/* HSET field value (new or updated: KL_SUCCESS; ttl as kl_rpush). */
 kl_return_t kl_hset(kl_client *client, char *key, size_t key_len, char *field, size_t field_len,
                     char *value, size_t value_len, size_t ttl);
 /* HGET field into *value; KL_NOTFOUND when absent. */
@@ -493,13 +562,13 @@ kl_return_t kl_hget(kl_client *client, char *key, size_t key_len, char *field, s
 kl_return_t kl_hget_whole(kl_client *client, char *key, size_t key_len, char *field,
                           size_t field_len, char **value, size_t *value_len, char *route,
                           size_t route_len);
-/* HSETNX: KL_ALREADY_EXISTS when the field exists. */
+/* HSETNX: KL_ALREADY_EXISTS when the field exists (a TTL given is still applied). */
 kl_return_t kl_hsetnx(kl_client *client, char *key, size_t key_len, char *field,
                       size_t field_len, char *value, size_t value_len, size_t ttl);
-/* HSET of count field/value pairs. */
+/* HMSET of count field/value pairs (ttl as kl_rpush). */
 kl_return_t kl_hmset(kl_client *client, char *key, size_t key_len, char **fields, size_t count,
                      size_t *field_lens, char **values, size_t *value_lens, size_t ttl);
-/* HMGET of count fields; missing fields are NULL elements. */
+/* HMGET of count fields; missing fields (or key) are NULL elements, still KL_SUCCESS. */
 kl_return_t kl_hmget(kl_client *client, char *key, size_t key_len, char **fields, size_t count,
                      size_t *field_lens, char ***values, size_t *value_count,
                      size_t **value_lens);
@@ -508,17 +577,18 @@ kl_return_t kl_hmget_whole(kl_client *client, char *key, size_t key_len, char **
                            size_t count, size_t *field_lens, char ***values,
                            size_t *value_count, size_t **value_lens, char *route,
                            size_t route_len);
-/* HMGET of the same fields over several keys: key_count * field_count values,
-   key-major. */
+/* HMGET of the same fields over several keys (one pipelined batch per server): key_count *
+   field_count values, key-major; any server failing fails the call (no values); a wrong-type key
+   gives KL_SERVER_ERROR. */
 kl_return_t kl_mhmget(kl_client *client, char **keys, size_t key_count, size_t *key_lens,
                       char **fields, size_t field_count, size_t *field_lens, char ***values,
                       size_t *value_count, size_t **value_lens);
-/* kl_mhmget with a routing string. */
+/* kl_mhmget with a routing string (route_len > 0: every key read on the route's server). */
 kl_return_t kl_mhmget_whole(kl_client *client, char **keys, size_t key_count,
                             size_t *key_lens, char **fields, size_t field_count,
                             size_t *field_lens, char ***values, size_t *value_count,
                             size_t **value_lens, char *route, size_t route_len);
-/* HINCRBY field by; new value into *value. */
+/* HINCRBY field by; new value into *value (optional cell); ttl as kl_rpush. */
 kl_return_t kl_hincrby(kl_client *client, char *key, size_t key_len, char *field,
                        size_t field_len, int by, int *value, size_t ttl);
 /* HEXISTS: KL_SUCCESS or KL_NOTFOUND. */
@@ -527,26 +597,32 @@ kl_return_t kl_hexists(kl_client *client, char *key, size_t key_len, char *field
 /* HDEL field: KL_SUCCESS or KL_NOTFOUND. */
 kl_return_t kl_hdel(kl_client *client, char *key, size_t key_len, char *field,
                     size_t field_len);
-/* HDEL of count fields; *deleted = how many existed. */
+/* HDEL of count fields; *deleted = how many existed (optional cell). */
 kl_return_t kl_hmdel(kl_client *client, char *key, size_t key_len, char **fields, size_t count,
                      size_t *field_lens, int *deleted);
-/* HLEN into *len. */
+/* HLEN into *len (0 for a missing key). */
 kl_return_t kl_hlen(kl_client *client, char *key, size_t key_len, int *len);
-/* HGETALL: *count field/value pairs in *fields and *values. */
+/* HGETALL: *count field/value pairs in *fields and *values; KL_NOTFOUND (count 0) for a missing
+   key. */
 kl_return_t kl_hgetall(kl_client *client, char *key, size_t key_len, size_t *count,
                        char ***fields, size_t **field_lens, char ***values,
                        size_t **value_lens);
 
 /* ---- Dictionaries (words with a value and a weight, prefix completion) -- */
+/* <key> is a sorted set of the words (score 0, so ZRANGEBYLEX finds a
+   prefix); <key>::keyloom:dvals maps word -> value and <key>::keyloom:dwts
+   word -> weight. Every write is one atomic script. */
 
-/* Adds word with value and weight (ttl as kl_rpush). */
+/* Adds (or replaces) word with value and weight, atomically (ttl as kl_rpush, on the index and
+   both hashes). */
 kl_return_t kl_dadd(kl_client *client, char *key, size_t key_len, char *word, size_t word_len,
                     char *value, size_t value_len, unsigned int weight, size_t ttl);
-/* Adds count words with values, all with weight; *added = how many were new. */
+/* Adds count words with values, all with weight, in one atomic script; *added = how many were
+   new (optional cell). */
 kl_return_t kl_dmadd(kl_client *client, char *key, size_t key_len, char **words, size_t count,
                      size_t *word_lens, char **values, size_t *value_lens, unsigned int weight,
                      int *added, size_t ttl);
-/* Removes word; KL_NOTFOUND when absent. */
+/* Removes word with its value and weight; KL_NOTFOUND when absent. */
 kl_return_t kl_drem(kl_client *client, char *key, size_t key_len, char *word, size_t word_len);
 /* The value of word; KL_NOTFOUND when absent. */
 kl_return_t kl_dget(kl_client *client, char *key, size_t key_len, char *word, size_t word_len,
@@ -555,7 +631,8 @@ kl_return_t kl_dget(kl_client *client, char *key, size_t key_len, char *word, si
 kl_return_t kl_dget_whole(kl_client *client, char *key, size_t key_len, char *word,
                           size_t word_len, char **value, size_t *value_len, char *route,
                           size_t route_len);
-/* Entries whose word starts with prefix, heaviest first, then in byte order. */
+/* Entries whose word starts with prefix (bytes), heaviest first, then in byte order; *values /
+   *value_lens may be NULL (words only); KL_NOTFOUND when none. */
 kl_return_t kl_dclose(kl_client *client, char *key, size_t key_len, char *prefix,
                       size_t prefix_len, size_t *count, char ***words, size_t **word_lens,
                       char ***values, size_t **value_lens);
@@ -564,7 +641,7 @@ kl_return_t kl_dclose_whole(kl_client *client, char *key, size_t key_len, char *
                             size_t prefix_len, size_t *count, char ***words,
                             size_t **word_lens, char ***values, size_t **value_lens,
                             char *route, size_t route_len);
-/* Every entry, heaviest first, then in byte order. */
+/* Every entry, heaviest first, then in byte order; KL_NOTFOUND when empty. */
 kl_return_t kl_dgetall(kl_client *client, char *key, size_t key_len, size_t *count,
                        char ***words, size_t **word_lens, char ***values, size_t **value_lens);
 /* kl_dgetall with a routing string. */

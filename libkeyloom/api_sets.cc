@@ -46,27 +46,36 @@ bool policy_ok(int policy) { return policy == KL_NULL_ON_FAIL || policy == KL_BE
 
 }  // namespace
 
+namespace {
+
+// SADD through add_with_values: a new set never inherits values left behind
+// by a deleted one. value null: the member's value is left as it is.
+kl_return_t add_member(kl_client *client, char *key, size_t key_len, char *member,
+                       size_t member_len, const char *value, size_t value_len, size_t ttl) {
+  Key k(client, key, key_len);
+  std::string values = companion(k, kSetValuesSuffix);
+  Command cmd = script_command(add_with_values, {k.view(), values}, [&](Command &c) {
+    c.arg_int(static_cast<long long>(ttl)).arg("SADD").arg(value ? "1" : "0");
+    c.arg(member, member_len);
+    if (value) c.arg(value, value_len);
+  });
+  return write_one(client, route_of(key, key_len), std::move(cmd), reply_done);
+}
+
+}  // namespace
+
 kl_return_t kl_sadd(kl_client *client, char *key, size_t key_len, char *member, size_t member_len,
                     size_t ttl) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(given(key) && given(member) && ttl_ok(ttl));
-  Key k(client, key, key_len);
-  std::string values = companion(k, kSetValuesSuffix);
-  return write_keyed(client, route_of(key, key_len), {k.view(), values}, "SADD", ttl,
-                     [&](Command &c) { c.arg(member, member_len); }, reply_done);
+  return add_member(client, key, key_len, member, member_len, nullptr, 0, ttl);
 }
 
 kl_return_t kl_saddval(kl_client *client, char *key, size_t key_len, char *member,
                        size_t member_len, char *value, size_t value_len, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(given(key) && given(member) && optional_bytes(value, value_len) && ttl_ok(ttl));
-  Key k(client, key, key_len);
-  std::string values = companion(k, kSetValuesSuffix);
-  Command cmd = script_command(add_with_values, {k.view(), values}, [&](Command &c) {
-    c.arg_int(static_cast<long long>(ttl)).arg("SADD").arg(member, member_len);
-    c.arg(or_empty(value), value_len);
-  });
-  return write_one(client, route_of(key, key_len), std::move(cmd), reply_done);
+  return add_member(client, key, key_len, member, member_len, or_empty(value), value_len, ttl);
 }
 
 kl_return_t kl_srem(kl_client *client, char *key, size_t key_len, char *member,
@@ -88,11 +97,28 @@ kl_return_t kl_spop_whole(kl_client *client, char *key, size_t key_len, char **m
   KL_REQUIRE(given(key) && given(member));
   Key k(client, key, key_len);
   std::string values = companion(k, kSetValuesSuffix);
-  return write_one(client, route_of(key, key_len, route, route_len),
-                   script_command(spop_with_value, {k.view(), values}),
-                   [&](const redisReply *r, bool fill) {
-                     return reply_value(client, r, fill, member, member_len);
-                   });
+  Route where = route_of(key, key_len, route, route_len);
+  // SPOP picks at random in each group, so the groups would drop different
+  // members: pick one member where reads go, then remove exactly that one
+  // everywhere. Another client may take it in between: then pick again.
+  kl_return_t r = KL_NOTFOUND;
+  for (int attempt = 0; attempt < 3 && r == KL_NOTFOUND; ++attempt) {
+    std::string picked;
+    r = read_one(client, where, Command("SRANDMEMBER").arg(k.view()), [&](const redisReply *m, bool) {
+      if (kl_return_t e = put_reply_string(client, m, nullptr, nullptr)) return e;
+      if (m->type != REDIS_REPLY_STRING) return KL_WRONG_REPLY;
+      picked.assign(m->str, m->len);
+      return KL_SUCCESS;
+    });
+    if (r != KL_SUCCESS) return r;
+    Command cmd = script_command(remove_with_values, {k.view(), values},
+                                 [&](Command &c) { c.arg("SREM").arg(picked); });
+    r = write_one(client, where, std::move(cmd), [&](const redisReply *removed, bool fill) {
+      if (kl_return_t e = reply_flag(removed, KL_NOTFOUND)) return e;
+      return fill ? put_bytes(client, picked.data(), picked.size(), member, member_len) : KL_SUCCESS;
+    });
+  }
+  return r;
 }
 
 kl_return_t kl_sval_whole(kl_client *client, char *key, size_t key_len, char *member,

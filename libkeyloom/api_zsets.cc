@@ -37,29 +37,38 @@ kl_return_t remove_range(kl_client *client, char *key, size_t key_len, std::stri
                    [&](const redisReply *r, bool fill) { return reply_count(r, fill, removed); });
 }
 
+// ZADD through add_with_values: a new sorted set never inherits values left
+// behind by a deleted one. values null: existing values are left as they are.
+kl_return_t add_members(kl_client *client, char *key, size_t key_len, double *scores,
+                        char **members, size_t count, size_t *member_lens, char **values,
+                        size_t *value_lens, size_t ttl) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(given(key) && entries_given(members, member_lens, count) &&
+             scores_ok(scores, count) && ttl_ok(ttl));
+  if (values)
+    for (size_t i = 0; i < count; ++i) KL_REQUIRE(optional_bytes(values[i], value_lens[i]));
+  Zset z(client, key, key_len);
+  Command cmd = script_command(add_with_values, {z.key.view(), z.values}, [&](Command &c) {
+    c.arg_int(static_cast<long long>(ttl)).arg("ZADD").arg(values ? "1" : "0");
+    for (size_t i = 0; i < count; ++i) {
+      c.arg_double(scores[i]).arg(members[i], member_lens[i]);
+      if (values) c.arg(or_empty(values[i]), value_lens[i]);
+    }
+  });
+  return write_one(client, route_of(key, key_len), std::move(cmd), reply_done);
+}
+
 }  // namespace
 
 kl_return_t kl_zadd(kl_client *client, char *key, size_t key_len, double score, char *member,
                     size_t member_len, size_t ttl) {
-  KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(given(key) && given(member) && score_ok(score) && ttl_ok(ttl));
-  Zset z(client, key, key_len);
-  return write_keyed(client, route_of(key, key_len), {z.key.view(), z.values}, "ZADD", ttl,
-                     [&](Command &c) { c.arg_double(score).arg(member, member_len); }, reply_done);
+  return kl_zmadd(client, key, key_len, &score, member ? &member : nullptr, 1, &member_len, ttl);
 }
 
 kl_return_t kl_zmadd(kl_client *client, char *key, size_t key_len, double *scores,
                      char **members, size_t count, size_t *member_lens, size_t ttl) {
-  KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(given(key) && entries_given(members, member_lens, count) &&
-             scores_ok(scores, count) && ttl_ok(ttl));
-  Zset z(client, key, key_len);
-  return write_keyed(client, route_of(key, key_len), {z.key.view(), z.values}, "ZADD", ttl,
-                     [&](Command &c) {
-                       for (size_t i = 0; i < count; ++i)
-                         c.arg_double(scores[i]).arg(members[i], member_lens[i]);
-                     },
-                     reply_done);
+  return add_members(client, key, key_len, scores, members, count, member_lens, nullptr, nullptr,
+                     ttl);
 }
 
 kl_return_t kl_zaddval(kl_client *client, char *key, size_t key_len, double score, char *member,
@@ -72,18 +81,9 @@ kl_return_t kl_zmaddval(kl_client *client, char *key, size_t key_len, double *sc
                         char **members, size_t count, size_t *member_lens, char **values,
                         size_t *value_lens, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(given(key) && entries_given(members, member_lens, count) &&
-             scores_ok(scores, count) && given(values) && given(value_lens) && ttl_ok(ttl));
-  for (size_t i = 0; i < count; ++i) KL_REQUIRE(optional_bytes(values[i], value_lens[i]));
-  Zset z(client, key, key_len);
-  Command cmd = script_command(add_with_values, {z.key.view(), z.values}, [&](Command &c) {
-    c.arg_int(static_cast<long long>(ttl)).arg("ZADD");
-    for (size_t i = 0; i < count; ++i) {
-      c.arg_double(scores[i]).arg(members[i], member_lens[i]);
-      c.arg(or_empty(values[i]), value_lens[i]);
-    }
-  });
-  return write_one(client, route_of(key, key_len), std::move(cmd), reply_done);
+  KL_REQUIRE(given(values) && given(value_lens));
+  return add_members(client, key, key_len, scores, members, count, member_lens, values, value_lens,
+                     ttl);
 }
 
 kl_return_t kl_zrem(kl_client *client, char *key, size_t key_len, char *member,

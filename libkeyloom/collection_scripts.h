@@ -9,19 +9,23 @@
 namespace keyloom {
 
 // KEYS: the set or sorted set, its values hash.
-// ARGV: ttl, 'SADD' or 'ZADD', then per member: [score,] member, value.
-// An empty value means "no value" and drops any old one. A values hash left
-// over from a collection that no longer exists (deleted, expired) is cleared
+// ARGV: ttl, 'SADD' or 'ZADD', '1' when values follow (else '0'), then per
+// member: [score,] member[, value]. An empty value means "no value" and drops
+// any old one; without values, existing values stay. A values hash left over
+// from a collection that no longer exists (deleted, expired) is cleared
 // first. Returns how many members were new.
 inline Script add_with_values{R"lua(
 local width = ARGV[2] == 'ZADD' and 2 or 1
+local with_values = ARGV[3] == '1'
 if redis.call('EXISTS', KEYS[1]) == 0 then redis.call('DEL', KEYS[2]) end
 local added = 0
-for i = 3, #ARGV, width + 1 do
-  local member, value = ARGV[i + width - 1], ARGV[i + width]
+for i = 4, #ARGV, width + (with_values and 1 or 0) do
   added = added + redis.call(ARGV[2], KEYS[1], unpack(ARGV, i, i + width - 1))
-  if value == '' then redis.call('HDEL', KEYS[2], member)
-  else redis.call('HSET', KEYS[2], member, value) end
+  if with_values then
+    local member, value = ARGV[i + width - 1], ARGV[i + width]
+    if value == '' then redis.call('HDEL', KEYS[2], member)
+    else redis.call('HSET', KEYS[2], member, value) end
+  end
 end
 if ARGV[1] ~= '0' then
   for _, key in ipairs(KEYS) do redis.call('EXPIRE', key, ARGV[1]) end

@@ -5,13 +5,6 @@
 
 namespace keyloom {
 
-// KEYS: the set, its values hash. Pops a member and drops its value.
-inline Script spop_with_value{R"lua(
-local member = redis.call('SPOP', KEYS[1])
-if member then redis.call('HDEL', KEYS[2], member) end
-return member
-)lua", {}};
-
 // KEYS: the set, its values hash. ARGV: ttl, the members.
 // Replaces the set by the members (none: the set is deleted), without values.
 inline Script replace_set{R"lua(

@@ -8,8 +8,9 @@
 //   slot      the per-call storage of the converted value (zeroed at entry)
 //   convert   0, or the code the failure is reported with (-5, -7 or -1)
 //   get       the value handed to C
-//   release   what happens after a completed call (string copies are freed);
-//             nothing is released on a failure exit, by design
+//   release   what happens after a completed call (string copies are freed)
+//   abandon   (optional) what happens to a converted argument when a later one
+//             fails: nothing is released then, by design
 // A result kind turns the C result into the call's return value.
 #pragma once
 
@@ -55,27 +56,47 @@ struct PtrArg {
   struct slot {
     void* p;
   };
-  static int convert(v8::Isolate*, v8::Local<v8::Value> value, slot& s) {
-    int r = SWIG_V8_ConvertPtr(value, &s.p, swig_types[Desc], 0);
+  static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
+    int r = SWIG_V8_ConvertPtr(isolate, value, &s.p, swig_types[Desc], 0);
     return r < 0 ? ReportedCode(r) : 0;
   }
   static T get(const slot& s) { return static_cast<T>(s.p); }
   static void release(slot&) {}
 };
 
-// char * and char const *: a string (a new UTF-8 copy, freed after a
-// completed call) or a _p_char proxy (borrowed). With NullSentinel, the C
-// string "_NL_" is passed as a null pointer (the module's own server_add, keys
-// and flushall only); its copy is freed all the same.
-template <class T, FixedString Text, bool NullSentinel = false>
+// The bytes of a string argument's copy kept in the wrapper's frame; a longer
+// copy is made on the heap.
+inline constexpr size_t kSmallString = 64;
+
+// char * and char const *: a string (a NUL-terminated UTF-8 copy that lives
+// for the call) or a _p_char proxy (its address, borrowed). With NullSentinel,
+// the C string "_NL_" is passed as a null pointer (the module's own
+// server_add, keys and flushall only); the copy is released all the same.
+//
+// The copy of a short string is made in the slot, a longer one with new[];
+// either is gone after a completed call. When a later argument fails, the
+// copy is left allocated on the heap, exactly UTF-8 length + 1 bytes, as the
+// design leaves it (abandon). HeapCopy makes every copy on the heap and
+// releases it with delete[] after the call: delete_charp, whose C function
+// frees its argument, so that the designed double free stays what it is.
+template <class T, FixedString Text, bool NullSentinel = false, bool HeapCopy = false>
 struct StrArg {
   using c_type = T;
   static constexpr const char* text = Text.s;
   struct slot {
+    slot() : buf(nullptr), alloc(SWIG_OLDOBJ), size(0) {}
     char* buf;
-    int alloc;
+    int alloc;  // SWIG_NEWOBJ: a copy made for the call
+    size_t size;
+    char small[HeapCopy ? 1 : kSmallString];
   };
   static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
+    if (value->IsString()) {
+      s.buf = Utf8Copy(isolate, value.As<v8::String>(), s.small, HeapCopy ? 0 : kSmallString,
+                       &s.size);
+      s.alloc = SWIG_NEWOBJ;
+      return 0;
+    }
     int r = SWIG_AsCharPtrAndSize(isolate, value, &s.buf, nullptr, &s.alloc);
     return r < 0 ? ReportedCode(r) : 0;
   }
@@ -86,7 +107,14 @@ struct StrArg {
     return s.buf;
   }
   static void release(slot& s) {
-    if (s.alloc == SWIG_NEWOBJ && s.buf) delete[] s.buf;
+    if (s.alloc == SWIG_NEWOBJ && s.buf && s.buf != s.small) delete[] s.buf;
+  }
+  static void abandon(slot& s) {
+    if (s.alloc == SWIG_NEWOBJ && s.buf == s.small) {
+      auto* heap = new char[s.size];
+      std::memcpy(heap, s.small, s.size);
+      s.buf = heap;  // never freed
+    }
   }
 };
 
@@ -191,6 +219,7 @@ using CharP = StrArg<char*, "char *">;
 using CharConstP = StrArg<char const*, "char const *">;
 using CharPOrNull = StrArg<char*, "char *", true>;
 using CharConstPOrNull = StrArg<char const*, "char const *", true>;
+using CharPHeap = StrArg<char*, "char *", false, true>;
 using Binary = BinaryArg;
 
 using Int = IntArg<int, "int">;

@@ -103,6 +103,37 @@ inline void WriteOneByteWhole(v8::Isolate* isolate, v8::Local<v8::String> string
 #endif
 }
 
+// Whether the string is stored one byte per character (all its characters
+// are in ISO 8859-1). False negatives are possible; it does not read the text.
+inline bool IsOneByte(v8::Local<v8::String> string) { return string->IsOneByte(); }
+
+// Writes characters [0, length) of a one-byte string, one byte each, without a
+// terminator.
+inline void WriteOneByte(v8::Isolate* isolate, v8::Local<v8::String> string, uint8_t* buffer,
+                         int length) {
+#if V8_MAJOR_VERSION >= 13
+  string->WriteOneByteV2(isolate, 0, static_cast<uint32_t>(length), buffer,
+                         v8::String::WriteFlags::kNone);
+#else
+  string->WriteOneByte(isolate, buffer, 0, length, v8::String::NO_NULL_TERMINATION);
+#endif
+}
+
+// ---- Object shapes ---------------------------------------------------------------
+
+// The address of the map (hidden class) of a heap object, or 0 for a small
+// integer. Two live objects with the same map have the same layout, so an
+// object whose map is that of a known proxy has the proxy's internal field.
+// Read with the inline helpers that the engine's own inline functions use
+// (GetAlignedPointerFromInternalField's fast path); they are spelt alike on the
+// four lines, but they are the engine's internals, hence here.
+inline uintptr_t MapOf(v8::Local<v8::Value> value) {
+  using I = v8::internal::Internals;
+  v8::internal::Address object = v8::internal::ValueHelper::ValueAsAddress(*value);
+  if (!I::HasHeapObjectTag(object)) return 0;
+  return static_cast<uintptr_t>(I::ReadTaggedPointerField(object, I::kHeapObjectMapOffset));
+}
+
 // ---- External memory ----------------------------------------------------------
 
 // Only "deprecate soon" on 24 and 26 (its replacement's header is not shipped

@@ -78,6 +78,56 @@ inline int SWIG_AsVal_double(v8::Local<v8::Value> obj, double* val) {
   return SWIG_OK;
 }
 
+namespace keyloom {
+
+// The UTF-8 form of string and a NUL byte, exactly UTF-8 length + 1 bytes
+// (*size), as WriteUtf8 writes it (lone surrogates as their three-byte forms).
+// Written into small when it fits in capacity bytes, else into a new[] buffer;
+// the result is the one written. A string stored one byte per character
+// (Latin-1, the common case) is copied with one engine call and encoded here:
+// ASCII as it is, every other Latin-1 character as the two bytes the engine's
+// UTF-8 writer makes of it.
+inline char* Utf8Copy(v8::Isolate* isolate, v8::Local<v8::String> string, char* small,
+                      size_t capacity, size_t* size) {
+  if (compat::IsOneByte(string)) {
+    int length = string->Length();
+    size_t n = static_cast<size_t>(length);
+    char* bytes = n < capacity ? small : new char[n + 1];
+    compat::WriteOneByte(isolate, string, reinterpret_cast<uint8_t*>(bytes), length);
+    size_t high = 0;  // characters above 0x7F: two bytes each
+    for (size_t i = 0; i < n; ++i) high += static_cast<uint8_t>(bytes[i]) >> 7;
+    if (high == 0) {
+      bytes[n] = '\0';
+      *size = n + 1;
+      return bytes;
+    }
+    size_t need = n + high + 1;
+    char* utf8 = need <= capacity ? small : new char[need];
+    // Backwards, so that small can be encoded in place.
+    size_t j = need - 1;
+    utf8[j] = '\0';
+    for (size_t i = n; i-- > 0;) {
+      auto c = static_cast<uint8_t>(bytes[i]);
+      if (c < 0x80) {
+        utf8[--j] = static_cast<char>(c);
+      } else {
+        utf8[--j] = static_cast<char>(0x80 | (c & 0x3F));
+        utf8[--j] = static_cast<char>(0xC0 | (c >> 6));
+      }
+    }
+    if (bytes != small) delete[] bytes;
+    *size = need;
+    return utf8;
+  }
+  size_t need = compat::Utf8Length(isolate, string) + 1;
+  char* utf8 = need <= capacity ? small : new char[need];
+  compat::WriteUtf8(isolate, string, utf8, need);
+  *size = need;
+  return utf8;
+}
+
+}  // namespace keyloom
+
 // char *: a string primitive becomes a new[] copy of its UTF-8 form and a NUL
 // byte, exactly UTF-8 length + 1 bytes (marker 512: the caller frees it with
 // delete[]); a proxy of descriptor _p_char passes its address (marker 0).
@@ -85,19 +135,18 @@ inline int SWIG_AsVal_double(v8::Local<v8::Value> obj, double* val) {
 inline int SWIG_AsCharPtrAndSize(v8::Isolate* isolate, v8::Local<v8::Value> valRef, char** cptr,
                                  size_t* psize, int* alloc) {
   if (valRef->IsString()) {
-    v8::Local<v8::String> js_str = valRef.As<v8::String>();
-    size_t len = keyloom::compat::Utf8Length(isolate, js_str) + 1;
-    char* cstr = new char[len];
-    keyloom::compat::WriteUtf8(isolate, js_str, cstr, len);
+    size_t size = 0;
+    char* cstr = keyloom::Utf8Copy(isolate, valRef.As<v8::String>(), nullptr, 0, &size);
     if (alloc) *alloc = SWIG_NEWOBJ;
-    if (psize) *psize = len - 1;
+    if (psize) *psize = size - 1;
     if (cptr) *cptr = cstr;
     return SWIG_OK;
   }
   if (valRef->IsObject()) {
     swig_type_info* pchar_descriptor = SWIG_pchar_descriptor();
     void* vptr = nullptr;
-    if (pchar_descriptor && SWIG_V8_ConvertPtr(valRef, &vptr, pchar_descriptor, 0) == SWIG_OK) {
+    if (pchar_descriptor &&
+        SWIG_V8_ConvertPtr(isolate, valRef, &vptr, pchar_descriptor, 0) == SWIG_OK) {
       if (cptr) *cptr = static_cast<char*>(vptr);
       if (psize) *psize = vptr ? std::strlen(static_cast<char*>(vptr)) + 1 : 0;
       if (alloc) *alloc = SWIG_OLDOBJ;

@@ -17,24 +17,14 @@
 // are looked up under a lock. States are never freed, only recycled: a state
 // whose environment ended has a null isolate and is handed to the next isolate.
 
-struct SWIGV8_IsolateState {
-  std::atomic<v8::Isolate*> isolate{nullptr};
-  // The design's persistent handle to the "SwigProxy" template (strong).
-  v8::Global<v8::FunctionTemplate> SWIGV8_SWIGTYPE_Proxy_class_templ;
-  // Its instance template, kept to spare the lookup on every proxy made.
-  v8::Global<v8::ObjectTemplate> instance_templ;
-  // Records whose objects are alive (their finaliser has not run).
-  SWIGV8_Proxy* live = nullptr;
-};
-
-static std::atomic<SWIGV8_IsolateState*> g_primary_state{nullptr};
+std::atomic<SWIGV8_IsolateState*> SWIGV8_PrimaryState{nullptr};
 static std::mutex g_states_mutex;
 // Allocated once and never freed: nothing of it is destroyed at process exit,
 // when the isolates may be gone already.
 static std::vector<SWIGV8_IsolateState*>* g_states = nullptr;
 
 static SWIGV8_IsolateState* SWIGV8_FindState(v8::Isolate* isolate) {
-  SWIGV8_IsolateState* primary = g_primary_state.load(std::memory_order_acquire);
+  SWIGV8_IsolateState* primary = SWIGV8_PrimaryState.load(std::memory_order_acquire);
   if (primary && primary->isolate.load(std::memory_order_relaxed) == isolate) return primary;
   std::lock_guard<std::mutex> lock(g_states_mutex);
   if (g_states) {
@@ -72,6 +62,7 @@ static void SWIGV8_CleanupIsolate(void* arg) {
   }
   state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset();
   state->instance_templ.Reset();
+  state->exemplar = v8::Eternal<v8::Object>();  // eternal: dies with the isolate
   state->isolate.store(nullptr, std::memory_order_release);
 }
 
@@ -93,8 +84,8 @@ static SWIGV8_IsolateState* SWIGV8_ClaimState(v8::Isolate* isolate) {
       g_states->push_back(state);
     }
     state->isolate.store(isolate, std::memory_order_release);
-    if (g_primary_state.load(std::memory_order_relaxed) == nullptr) {
-      g_primary_state.store(state, std::memory_order_release);
+    if (SWIGV8_PrimaryState.load(std::memory_order_relaxed) == nullptr) {
+      SWIGV8_PrimaryState.store(state, std::memory_order_release);
     }
   }
   node::AddEnvironmentCleanupHook(isolate, SWIGV8_CleanupIsolate, state);
@@ -167,6 +158,13 @@ void SWIGV8_InstallProxyClass(v8::Isolate* isolate) {
   state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset();
   state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset(isolate, templ);
   state->instance_templ.Reset(isolate, templ->InstanceTemplate());
+  v8::Local<v8::Object> exemplar;
+  if (templ->InstanceTemplate()->NewInstance(isolate->GetCurrentContext()).ToLocal(&exemplar)) {
+    keyloom::compat::SetAlignedPointer(exemplar, 0, nullptr);
+    state->exemplar.Set(isolate, exemplar);
+  } else {
+    state->exemplar = v8::Eternal<v8::Object>();
+  }
 }
 
 // ---- Making proxies -------------------------------------------------------------------

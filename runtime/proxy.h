@@ -8,6 +8,9 @@
 
 #include <v8.h>
 
+#include <atomic>
+#include <cstdint>
+
 #include "runtime/compat.h"
 #include "runtime/errors.h"
 #include "runtime/registry.h"
@@ -61,23 +64,64 @@ v8::Local<v8::Value> SWIG_V8_NewPointerObj(v8::Isolate* isolate, void* ptr,
 // address, then by mangled name), the cast lists' move-to-front included.
 bool SWIGV8_CheckCast(swig_type_info* from, swig_type_info* ty);
 
+// What the module keeps per isolate (the main thread's and each worker's):
+// the "SwigProxy" template, its instance template, an exemplar instance and
+// the records whose objects are alive. Defined here for the inline shape test.
+struct SWIGV8_IsolateState {
+  std::atomic<v8::Isolate*> isolate{nullptr};
+  // The design's persistent handle to the "SwigProxy" template (strong).
+  v8::Global<v8::FunctionTemplate> SWIGV8_SWIGTYPE_Proxy_class_templ;
+  // Its instance template, kept to spare the lookup on every proxy made.
+  v8::Global<v8::ObjectTemplate> instance_templ;
+  // An instance of the template that is never handed out: its map is the map
+  // of the proxies made from the template, so an object of that map has the
+  // internal field. An eternal handle: read inline, without a handle scope.
+  v8::Eternal<v8::Object> exemplar;
+  // Records whose objects are alive (their finaliser has not run).
+  SWIGV8_Proxy* live = nullptr;
+};
+
+// The state of the first isolate that initialized the module (set once).
+extern std::atomic<SWIGV8_IsolateState*> SWIGV8_PrimaryState;
+
+// Whether value has the shape of this isolate's proxies: a cheaper, exact
+// stand-in for "an object with at least one internal field" in the common
+// case. Anything else takes the general test.
+inline bool SWIGV8_HasProxyShape(v8::Isolate* isolate, v8::Local<v8::Value> value) {
+  SWIGV8_IsolateState* state = SWIGV8_PrimaryState.load(std::memory_order_acquire);
+  if (!state || state->isolate.load(std::memory_order_relaxed) != isolate ||
+      state->exemplar.IsEmpty()) {
+    return false;
+  }
+  uintptr_t map = keyloom::compat::MapOf(value);
+  return map != 0 && map == keyloom::compat::MapOf(state->exemplar.Get(isolate));
+}
+
 // The pointer conversion with its type check: 0 and *ptr set, or -5 (not an
 // object, wrong descriptor) or -1 (an object without a proxy record). null
 // gives a null pointer; undefined is refused.
-inline int SWIG_V8_ConvertPtr(v8::Local<v8::Value> value, void** ptr, swig_type_info* info,
-                              int /*flags*/) {
+inline int SWIG_V8_ConvertPtr(v8::Isolate* isolate, v8::Local<v8::Value> value, void** ptr,
+                              swig_type_info* info, int /*flags*/) {
   if (value->IsNull()) {
     *ptr = nullptr;
     return SWIG_OK;
   }
-  if (!value->IsObject()) return SWIG_TypeError;
-  v8::Local<v8::Object> object = value.As<v8::Object>();
-  if (object->InternalFieldCount() < 1) return SWIG_ERROR;
-  auto* cdata = static_cast<SWIGV8_Proxy*>(keyloom::compat::GetAlignedPointer(object, 0));
+  if (!SWIGV8_HasProxyShape(isolate, value)) {
+    if (!value->IsObject()) return SWIG_TypeError;
+    if (value.As<v8::Object>()->InternalFieldCount() < 1) return SWIG_ERROR;
+  }
+  auto* cdata = static_cast<SWIGV8_Proxy*>(
+      keyloom::compat::GetAlignedPointer(value.As<v8::Object>(), 0));
   if (cdata == nullptr) return SWIG_ERROR;
   if (cdata->info != info && !SWIGV8_CheckCast(cdata->info, info)) return SWIG_TypeError;
   *ptr = cdata->swigCObject;
   return SWIG_OK;
+}
+
+// The same with the design's signature, on the current isolate.
+inline int SWIG_V8_ConvertPtr(v8::Local<v8::Value> value, void** ptr, swig_type_info* info,
+                              int flags) {
+  return SWIG_V8_ConvertPtr(v8::Isolate::GetCurrent(), value, ptr, info, flags);
 }
 
 // The instance pointer of equals and getCPtr: no null rule, no type check.

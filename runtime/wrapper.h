@@ -72,6 +72,15 @@ struct Wrapper {
     return false;
   }
 
+  // The failure exit leaves the arguments converted before the failing one
+  // as they are (string copies stay allocated).
+  template <class Kind>
+  static void Abandon(typename Kind::slot& slot, bool converted) {
+    if constexpr (requires { Kind::abandon(slot); }) {
+      if (converted) Kind::abandon(slot);
+    }
+  }
+
   template <size_t... I>
   [[gnu::always_inline]] static inline void Run(const v8::FunctionCallbackInfo<v8::Value>& info,
                                                 std::index_sequence<I...>) {
@@ -85,6 +94,7 @@ struct Wrapper {
     [[maybe_unused]] int failed = 0;
     // && folds left to right and stops at the first failure.
     if (!(Convert<Kinds, I>(isolate, info, std::get<I>(slots), code, failed) && ...)) [[unlikely]] {
+      (Abandon<Kinds>(std::get<I>(slots), static_cast<int>(I) < failed), ...);
       RaiseArgument(code, Name.s, failed + 1, kTexts[failed]);
       return;
     }

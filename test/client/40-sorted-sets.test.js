@@ -71,10 +71,10 @@ test('members with values: zaddval, zadd entries with values, zscore withValue, 
 });
 
 test('zaddvalmax raises a score only when higher', () => {
-  db.zaddvalmax('zm', 5, 'm', 'five');
-  db.zaddvalmax('zm', 3, 'm', 'three');
+  assert.equal(db.zaddvalmax('zm', 5, 'm', 'five'), true);
+  assert.equal(db.zaddvalmax('zm', 3, 'm', 'three'), false);
   assert.deepEqual(db.zscore('zm', 'm', { withValue: true }), { score: 5, value: 'five' });
-  db.zaddvalmax('zm', 8, 'm', 'eight');
+  assert.equal(db.zaddvalmax('zm', 8, 'm', 'eight'), true);
   assert.deepEqual(db.zscore('zm', 'm', { withValue: true }), { score: 8, value: 'eight' });
 });
 

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "keyloom.h"
 #include "support/test_cluster.h"
@@ -213,4 +215,30 @@ TEST(Client, DatabaseKeyPrefixes) {
   ASSERT_EQ(kl_set_database_key(c, 2, nullptr, 0), KL_SUCCESS);
   EXPECT_EQ(kl_exists(c, mut("k"), 1), KL_NOTFOUND);
   EXPECT_EQ(kl_exists(c, mut("two:k"), 5), KL_SUCCESS);
+}
+
+TEST(Client, SharedClientFromSeveralThreads) {
+  TestCluster cluster(2, 1, KL_DISTRIBUTION_CONSISTENT, KL_FLAG_SHARED);
+  std::vector<std::thread> threads;
+  std::vector<int> mismatches(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 200; ++i) {
+        std::string key = std::string("thr") + std::to_string(t) + ":" + std::to_string(i % 10);
+        std::string value = std::to_string(i);
+        if (kl_set(cluster.client(), mut(key), key.size(), mut(value), value.size(), 0) != KL_SUCCESS) {
+          ++mismatches[t];
+          continue;
+        }
+        char *got = nullptr;
+        size_t len = 0;
+        if (kl_get_whole(cluster.client(), mut(key), key.size(), &got, &len, nullptr, 0) != KL_SUCCESS ||
+            std::string(got, len) != value)
+          ++mismatches[t];
+        kl_free_php_reply_p(&got);
+      }
+    });
+  }
+  for (auto &th : threads) th.join();
+  for (int t = 0; t < 4; ++t) EXPECT_EQ(mismatches[t], 0) << t;
 }

@@ -32,14 +32,14 @@ class Sets : public ::testing::Test {
     size_t len = 0;
     kl_return_t r = kl_sval_whole(c(), mut(key), key.size(), mut(member), member.size(), &value,
                                   &len, nullptr, 0);
-    if (r != KL_SUCCESS) return std::string("<") + kl_strerror(r) + ">" + take_value(value, len);
-    return take_value(value, len);
+    std::string got = value || len == SIZE_MAX ? take_value(value, len) : "";
+    return r == KL_SUCCESS ? got : failed(r) + got;
   }
   std::string from_ip(const std::string &key, const std::string &ip) {
     char *value = nullptr;
     size_t len = 0;
     kl_return_t r = kl_svalfromip(c(), key.c_str(), key.size(), ip.c_str(), ip.size(), &value, &len);
-    if (r != KL_SUCCESS) return std::string("<") + kl_strerror(r) + ">";
+    if (r != KL_SUCCESS) return failed(r);
     return take_value(value, len);
   }
   // Members sorted, each followed by "=value" when values are asked for.
@@ -52,7 +52,7 @@ class Sets : public ::testing::Test {
     Strings out = take_strings(names, count, lens);
     if (flags & SET_WITH_VALUES) {
       Strings vals = take_strings(values, count, vlens);
-      for (size_t i = 0; i < count; ++i) out[i] += "=" + vals[i];
+      for (size_t i = 0; i < count; ++i) out[i].append("=").append(vals[i]);
     }
     std::sort(out.begin(), out.end());
     return out;
@@ -72,15 +72,15 @@ TEST_F(Sets, AddRemoveCountMember) {
   ASSERT_EQ(add("s", "b"), KL_SUCCESS);
   ASSERT_EQ(add("s", "a"), KL_SUCCESS);
   unsigned n = 0;
-  ASSERT_EQ(kl_scard(c(), mut("s"), 1, &n), KL_SUCCESS);
+  ASSERT_EQ(kl_scard(c(), lit("s"), 1, &n), KL_SUCCESS);
   EXPECT_EQ(n, 2u);
-  EXPECT_EQ(kl_sismember(c(), mut("s"), 1, mut("a"), 1), KL_SUCCESS);
-  EXPECT_EQ(kl_sismember(c(), mut("s"), 1, mut("z"), 1), KL_NOTFOUND);
+  EXPECT_EQ(kl_sismember(c(), lit("s"), 1, lit("a"), 1), KL_SUCCESS);
+  EXPECT_EQ(kl_sismember(c(), lit("s"), 1, lit("z"), 1), KL_NOTFOUND);
   EXPECT_EQ(members("s"), (Strings{"a", "b"}));
-  EXPECT_EQ(kl_srem(c(), mut("s"), 1, mut("a"), 1), KL_SUCCESS);
-  EXPECT_EQ(kl_srem(c(), mut("s"), 1, mut("a"), 1), KL_NOTFOUND);
+  EXPECT_EQ(kl_srem(c(), lit("s"), 1, lit("a"), 1), KL_SUCCESS);
+  EXPECT_EQ(kl_srem(c(), lit("s"), 1, lit("a"), 1), KL_NOTFOUND);
   EXPECT_EQ(members("missing"), Strings{kl_strerror(KL_NOTFOUND)});
-  ASSERT_EQ(kl_scard(c(), mut("missing"), 7, &n), KL_SUCCESS);
+  ASSERT_EQ(kl_scard(c(), lit("missing"), 7, &n), KL_SUCCESS);
   EXPECT_EQ(n, 0u);
 }
 
@@ -89,38 +89,38 @@ TEST_F(Sets, ValuesTravelWithTheirMembers) {
   ASSERT_EQ(add("s", "b"), KL_SUCCESS);
   ASSERT_EQ(addval("s", "c", ""), KL_SUCCESS);
   EXPECT_EQ(val("s", "a"), "alpha");
-  EXPECT_EQ(val("s", "b"), "<" + std::string(kl_strerror(KL_SET_EMPTY_VALUE)) + ">" + kNil);
-  EXPECT_EQ(val("s", "z"), "<" + std::string(kl_strerror(KL_NOTFOUND)) + ">" + kNil);
-  EXPECT_EQ(kl_sismemberval(c(), mut("s"), 1, mut("a"), 1), KL_SUCCESS);
-  EXPECT_EQ(kl_sismemberval(c(), mut("s"), 1, mut("b"), 1), KL_SET_EMPTY_VALUE);
-  EXPECT_EQ(kl_sismemberval(c(), mut("s"), 1, mut("c"), 1), KL_SET_EMPTY_VALUE);
-  EXPECT_EQ(kl_sismemberval(c(), mut("s"), 1, mut("z"), 1), KL_NOTFOUND);
-  EXPECT_EQ(kl_sismemberval(c(), mut("none"), 4, mut("a"), 1), KL_NO_SET_KEY);
-  EXPECT_EQ(members("s", SET_WITH_VALUES), (Strings{"a=alpha", "b=" + kNil, "c=" + kNil}));
+  EXPECT_EQ(val("s", "b"), failed(KL_SET_EMPTY_VALUE) + kNil);
+  EXPECT_EQ(val("s", "z"), failed(KL_NOTFOUND));
+  EXPECT_EQ(kl_sismemberval(c(), lit("s"), 1, lit("a"), 1), KL_SUCCESS);
+  EXPECT_EQ(kl_sismemberval(c(), lit("s"), 1, lit("b"), 1), KL_SET_EMPTY_VALUE);
+  EXPECT_EQ(kl_sismemberval(c(), lit("s"), 1, lit("c"), 1), KL_SET_EMPTY_VALUE);
+  EXPECT_EQ(kl_sismemberval(c(), lit("s"), 1, lit("z"), 1), KL_NOTFOUND);
+  EXPECT_EQ(kl_sismemberval(c(), lit("none"), 4, lit("a"), 1), KL_NO_SET_KEY);
+  EXPECT_EQ(members("s", SET_WITH_VALUES), (Strings{"a=alpha", "b=<nil>", "c=<nil>"}));
 
   ASSERT_EQ(addval("s", "a", "again"), KL_SUCCESS);
   EXPECT_EQ(val("s", "a"), "again");
-  ASSERT_EQ(kl_srem(c(), mut("s"), 1, mut("a"), 1), KL_SUCCESS);
+  ASSERT_EQ(kl_srem(c(), lit("s"), 1, lit("a"), 1), KL_SUCCESS);
   ASSERT_EQ(add("s", "a"), KL_SUCCESS);
-  EXPECT_EQ(kl_sismemberval(c(), mut("s"), 1, mut("a"), 1), KL_SET_EMPTY_VALUE);
+  EXPECT_EQ(kl_sismemberval(c(), lit("s"), 1, lit("a"), 1), KL_SET_EMPTY_VALUE);
 }
 
 TEST_F(Sets, ValuesOfADeletedSetDoNotComeBack) {
   ASSERT_EQ(addval("s", "a", "old"), KL_SUCCESS);
   cluster.direct(0, {"DEL", "s"});
   ASSERT_EQ(add("s", "a"), KL_SUCCESS);
-  EXPECT_EQ(kl_sismemberval(c(), mut("s"), 1, mut("a"), 1), KL_SET_EMPTY_VALUE);
+  EXPECT_EQ(kl_sismemberval(c(), lit("s"), 1, lit("a"), 1), KL_SET_EMPTY_VALUE);
   ASSERT_EQ(addval("s", "b", "new"), KL_SUCCESS);
-  EXPECT_EQ(members("s", SET_WITH_VALUES), (Strings{"a=" + kNil, "b=new"}));
+  EXPECT_EQ(members("s", SET_WITH_VALUES), (Strings{"a=<nil>", "b=new"}));
 }
 
 TEST_F(Sets, PopTakesTheValueAlong) {
   ASSERT_EQ(addval("s", "only", "v"), KL_SUCCESS);
   char *member = nullptr;
   size_t len = 0;
-  ASSERT_EQ(kl_spop_whole(c(), mut("s"), 1, &member, &len, nullptr, 0), KL_SUCCESS);
+  ASSERT_EQ(kl_spop_whole(c(), lit("s"), 1, &member, &len, nullptr, 0), KL_SUCCESS);
   EXPECT_EQ(take_value(member, len), "only");
-  EXPECT_EQ(kl_spop_whole(c(), mut("s"), 1, &member, &len, nullptr, 0), KL_NOTFOUND);
+  EXPECT_EQ(kl_spop_whole(c(), lit("s"), 1, &member, &len, nullptr, 0), KL_NOTFOUND);
   EXPECT_EQ(cluster.dbsize(0), 0);
 }
 
@@ -138,11 +138,11 @@ TEST_F(Sets, ValueFromIpPicksTheMostSpecificNetwork) {
   EXPECT_EQ(from_ip("nets", "::ffff:10.1.2.3"), "host");
   EXPECT_EQ(from_ip("nets", "2001:db8:2::1"), "v6");
   EXPECT_EQ(from_ip("nets", "2001:db8:1::1"), "v6 narrow");
-  EXPECT_EQ(from_ip("nets", "11.0.0.1"), "<" + std::string(kl_strerror(KL_NO_SUBNET)) + ">");
-  EXPECT_EQ(from_ip("nets", "192.168.1.1"), "<" + std::string(kl_strerror(KL_SET_EMPTY_VALUE)) + ">");
-  EXPECT_EQ(from_ip("none", "10.0.0.1"), "<" + std::string(kl_strerror(KL_NO_SET_KEY)) + ">");
+  EXPECT_EQ(from_ip("nets", "11.0.0.1"), failed(KL_NO_SUBNET));
+  EXPECT_EQ(from_ip("nets", "192.168.1.1"), failed(KL_SET_EMPTY_VALUE));
+  EXPECT_EQ(from_ip("none", "10.0.0.1"), failed(KL_NO_SET_KEY));
   for (const char *bad : {"", "10.0.0", "10.0.0.0/8", "::g", "10.0.0.1 "})
-    EXPECT_EQ(from_ip("nets", bad), "<" + std::string(kl_strerror(KL_INVALID_PARAMETER)) + ">") << bad;
+    EXPECT_EQ(from_ip("nets", bad), failed(KL_INVALID_PARAMETER)) << bad;
 }
 
 TEST_F(Sets, TtlCoversTheSetAndItsValues) {
@@ -162,13 +162,13 @@ TEST_F(Sets, WrongTypeIsServerError) {
   EXPECT_EQ(add("str", "a", 100), KL_SERVER_ERROR);
   EXPECT_EQ(cluster.direct(0, {"TTL", "str"})->integer, -1);
   EXPECT_EQ(addval("str", "a", "v"), KL_SERVER_ERROR);
-  EXPECT_EQ(kl_srem(c(), mut("str"), 3, mut("a"), 1), KL_SERVER_ERROR);
-  EXPECT_EQ(kl_scard(c(), mut("str"), 3, &n), KL_SERVER_ERROR);
-  EXPECT_EQ(kl_sismember(c(), mut("str"), 3, mut("a"), 1), KL_SERVER_ERROR);
-  EXPECT_EQ(kl_sismemberval(c(), mut("str"), 3, mut("a"), 1), KL_SERVER_ERROR);
-  EXPECT_EQ(kl_sval_whole(c(), mut("str"), 3, mut("a"), 1, &value, &len, nullptr, 0), KL_SERVER_ERROR);
-  EXPECT_EQ(kl_spop_whole(c(), mut("str"), 3, &value, &len, nullptr, 0), KL_SERVER_ERROR);
-  EXPECT_EQ(from_ip("str", "10.0.0.1"), "<" + std::string(kl_strerror(KL_SERVER_ERROR)) + ">");
+  EXPECT_EQ(kl_srem(c(), lit("str"), 3, lit("a"), 1), KL_SERVER_ERROR);
+  EXPECT_EQ(kl_scard(c(), lit("str"), 3, &n), KL_SERVER_ERROR);
+  EXPECT_EQ(kl_sismember(c(), lit("str"), 3, lit("a"), 1), KL_SERVER_ERROR);
+  EXPECT_EQ(kl_sismemberval(c(), lit("str"), 3, lit("a"), 1), KL_SERVER_ERROR);
+  EXPECT_EQ(kl_sval_whole(c(), lit("str"), 3, lit("a"), 1, &value, &len, nullptr, 0), KL_SERVER_ERROR);
+  EXPECT_EQ(kl_spop_whole(c(), lit("str"), 3, &value, &len, nullptr, 0), KL_SERVER_ERROR);
+  EXPECT_EQ(from_ip("str", "10.0.0.1"), failed(KL_SERVER_ERROR));
   EXPECT_EQ(members("str"), Strings{kl_strerror(KL_SERVER_ERROR)});
   EXPECT_EQ(members("str", SET_WITH_VALUES), Strings{kl_strerror(KL_SERVER_ERROR)});
   EXPECT_EQ(value, nullptr);
@@ -178,22 +178,22 @@ TEST_F(Sets, InvalidArgumentsSendNothing) {
   char *value = nullptr, **names = nullptr;
   size_t len = 0, *lens = nullptr;
   unsigned n = 0;
-  char *keys[] = {mut("a")};
+  char *keys[] = {lit("a")};
   size_t key_lens[] = {1};
-  EXPECT_EQ(kl_sadd(nullptr, mut("k"), 1, mut("m"), 1, 0), KL_INVALID_CLIENT);
+  EXPECT_EQ(kl_sadd(nullptr, lit("k"), 1, lit("m"), 1, 0), KL_INVALID_CLIENT);
   EXPECT_EQ(kl_sunion_whole(nullptr, keys, 1, key_lens, &names, &len, &lens, nullptr, 0, KL_NULL_ON_FAIL),
             KL_INVALID_CLIENT);
-  EXPECT_EQ(kl_sadd(c(), nullptr, 1, mut("m"), 1, 0), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_sadd(c(), mut("k"), 1, nullptr, 0, 0), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_saddval(c(), mut("k"), 1, mut("m"), 1, nullptr, 3, 0), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_srem(c(), mut("k"), 1, nullptr, 1), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_spop_whole(c(), mut("k"), 1, nullptr, &len, nullptr, 0), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_sval_whole(c(), mut("k"), 1, mut("m"), 1, nullptr, &len, nullptr, 0), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_sadd(c(), nullptr, 1, lit("m"), 1, 0), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_sadd(c(), lit("k"), 1, nullptr, 0, 0), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_saddval(c(), lit("k"), 1, lit("m"), 1, nullptr, 3, 0), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_srem(c(), lit("k"), 1, nullptr, 1), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_spop_whole(c(), lit("k"), 1, nullptr, &len, nullptr, 0), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_sval_whole(c(), lit("k"), 1, lit("m"), 1, nullptr, &len, nullptr, 0), KL_INVALID_PARAMETER);
   EXPECT_EQ(kl_svalfromip(c(), "k", 1, nullptr, 3, &value, &len), KL_INVALID_PARAMETER);
   EXPECT_EQ(kl_svalfromip(c(), "k", 1, "10.0.0.1", 8, nullptr, &len), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_scard(c(), mut("k"), 1, nullptr), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_sismember(c(), nullptr, 1, mut("m"), 1), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_sismemberval(c(), mut("k"), 1, nullptr, 1), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_scard(c(), lit("k"), 1, nullptr), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_sismember(c(), nullptr, 1, lit("m"), 1), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_sismemberval(c(), lit("k"), 1, nullptr, 1), KL_INVALID_PARAMETER);
   EXPECT_EQ(kl_sunion_whole(c(), nullptr, 1, key_lens, &names, &len, &lens, nullptr, 0, KL_NULL_ON_FAIL),
             KL_INVALID_PARAMETER);
   EXPECT_EQ(kl_sunion_whole(c(), keys, 0, key_lens, &names, &len, &lens, nullptr, 0, KL_NULL_ON_FAIL),
@@ -205,7 +205,7 @@ TEST_F(Sets, InvalidArgumentsSendNothing) {
   EXPECT_EQ(kl_sunion_whole(c(), keys, 1, key_lens, &names, &len, &lens, nullptr, 0, 0),
             KL_INVALID_PARAMETER);
   EXPECT_EQ(kl_sunionstore(c(), nullptr, 1, keys, 1, key_lens, KL_NULL_ON_FAIL, 0), KL_INVALID_PARAMETER);
-  EXPECT_EQ(kl_sunionstore(c(), mut("d"), 1, keys, 0, key_lens, KL_NULL_ON_FAIL, 0), KL_INVALID_PARAMETER);
+  EXPECT_EQ(kl_sunionstore(c(), lit("d"), 1, keys, 0, key_lens, KL_NULL_ON_FAIL, 0), KL_INVALID_PARAMETER);
   EXPECT_EQ(kl_smembers_whole(c(), "k", 1, nullptr, &len, &lens, nullptr, 0, 0, nullptr, nullptr),
             KL_INVALID_PARAMETER);
   EXPECT_EQ(kl_smembers_whole(c(), "k", 1, &names, &len, &lens, nullptr, 0, SET_WITH_VALUES, nullptr,
@@ -218,8 +218,8 @@ TEST_F(Sets, InvalidArgumentsSendNothing) {
 TEST_F(SetsOnTwoServers, UnionMergesKeysFromBothServers) {
   Strings keys;
   for (int i = 0; i < 8; ++i) {
-    keys.push_back("set" + std::to_string(i));
-    ASSERT_EQ(add(keys.back(), "m" + std::to_string(i % 3)), KL_SUCCESS);
+    keys.push_back(numbered("set", i));
+    ASSERT_EQ(add(keys.back(), numbered("m", i % 3)), KL_SUCCESS);
     ASSERT_EQ(add(keys.back(), "shared"), KL_SUCCESS);
   }
   ASSERT_GT(cluster.dbsize(0), 0);  // the keys really are spread
@@ -233,7 +233,7 @@ TEST_F(SetsOnTwoServers, UnionMergesKeysFromBothServers) {
             KL_SUCCESS);
   EXPECT_EQ(take_strings(names, count, lens), (Strings{"m0", "m1", "m2", "shared"}));
 
-  ASSERT_EQ(kl_sunionstore(c(), mut("dest"), 4, args.ptrs.data(), keys.size(), args.lens.data(),
+  ASSERT_EQ(kl_sunionstore(c(), lit("dest"), 4, args.ptrs.data(), keys.size(), args.lens.data(),
                            KL_NULL_ON_FAIL, 100),
             KL_SUCCESS);
   EXPECT_EQ(members("dest"), (Strings{"m0", "m1", "m2", "shared"}));
@@ -242,7 +242,7 @@ TEST_F(SetsOnTwoServers, UnionMergesKeysFromBothServers) {
   EXPECT_EQ(kl_sunion_whole(c(), empty.ptrs.data(), 2, empty.lens.data(), &names, &count, &lens,
                             nullptr, 0, KL_BEST_EFFORT_ON_FAIL),
             KL_NOTFOUND);
-  ASSERT_EQ(kl_sunionstore(c(), mut("dest"), 4, empty.ptrs.data(), 2, empty.lens.data(),
+  ASSERT_EQ(kl_sunionstore(c(), lit("dest"), 4, empty.ptrs.data(), 2, empty.lens.data(),
                            KL_NULL_ON_FAIL, 0),
             KL_SUCCESS);
   EXPECT_EQ(members("dest"), Strings{kl_strerror(KL_NOTFOUND)});
@@ -251,7 +251,7 @@ TEST_F(SetsOnTwoServers, UnionMergesKeysFromBothServers) {
 TEST_F(SetsOnTwoServers, UnionPolicyWhenAServerIsDown) {
   Strings keys;
   for (int i = 0; i < 8; ++i) {
-    keys.push_back("set" + std::to_string(i));
+    keys.push_back(numbered("set", i));
     ASSERT_EQ(add(keys.back(), keys.back()), KL_SUCCESS);
   }
   cluster.server(1).stop();
@@ -279,11 +279,33 @@ TEST_F(SetsOnTwoServers, RoutedUnionReadsOnlyTheRoutesServer) {
   char **names = nullptr;
   size_t count = 0, *lens = nullptr;
   ASSERT_EQ(kl_sunion_whole(c(), args.ptrs.data(), keys.size(), args.lens.data(), &names, &count,
-                            &lens, mut("route"), 5, KL_NULL_ON_FAIL),
+                            &lens, lit("route"), 5, KL_NULL_ON_FAIL),
             KL_SUCCESS);
   Strings got = take_strings(names, count, lens);
   // Each set holds its own name: what came back is exactly the keys of one server.
   size_t server = cluster.direct(0, {"EXISTS", got[0]})->integer ? 0 : 1;
   EXPECT_EQ(static_cast<long long>(got.size()), cluster.dbsize(server));
   for (const auto &k : got) EXPECT_EQ(cluster.direct(server, {"EXISTS", k})->integer, 1) << k;
+}
+
+TEST(SetsInTwoGroups, PopRemovesTheSameMemberInEveryGroup) {
+  TestCluster cluster(2, 2);
+  for (const char *m : {"a", "b", "c", "d", "e", "f"})
+    ASSERT_EQ(kl_saddval(cluster.client(), lit("s"), 1, lit(m), 1, lit("v"), 1, 0), KL_SUCCESS);
+  for (int i = 0; i < 3; ++i) {
+    char *member = nullptr;
+    size_t len = 0;
+    ASSERT_EQ(kl_spop_whole(cluster.client(), lit("s"), 1, &member, &len, nullptr, 0), KL_SUCCESS);
+    kl_free_php_reply_p(&member);
+  }
+  auto sorted = [&](size_t server) {
+    auto reply = cluster.direct(server, {"SORT", "s", "ALPHA"});
+    Strings out;
+    for (size_t i = 0; i < reply->elements; ++i) out.emplace_back(reply->element[i]->str);
+    return out;
+  };
+  EXPECT_EQ(sorted(0).size(), 3u);
+  EXPECT_EQ(sorted(0), sorted(1));
+  EXPECT_EQ(cluster.direct(0, {"HLEN", "s::keyloom:svals"})->integer, 3);
+  EXPECT_EQ(cluster.direct(1, {"HLEN", "s::keyloom:svals"})->integer, 3);
 }

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -67,7 +68,17 @@ bool answers_ping(unsigned port, int timeout_ms) {
 
 RedisServer::RedisServer(std::vector<std::string> args, unsigned port)
     : args_(std::move(args)), port_(port ? port : free_port()) {
-  start();
+  // A chosen free port can be taken by a parallel test before the server
+  // binds it: then try another one.
+  for (int attempt = 0;; ++attempt) {
+    try {
+      start();
+      return;
+    } catch (const std::runtime_error &) {
+      if (port != 0 || attempt >= 3) throw;
+      port_ = free_port();
+    }
+  }
 }
 
 RedisServer::~RedisServer() { stop(); }
@@ -83,9 +94,14 @@ void RedisServer::start() {
   for (auto &a : argv) cargv.push_back(a.data());
   cargv.push_back(nullptr);
 
+  pid_t parent = getpid();
   pid_t pid = fork();
   if (pid < 0) throw std::runtime_error("fork failed");
   if (pid == 0) {
+    // The server goes with the test process, even when that is killed
+    // before its destructors run.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(1);
     // Quiet child: its log would interleave with the test output.
     int devnull = ::open("/dev/null", O_WRONLY);
     if (devnull >= 0) {

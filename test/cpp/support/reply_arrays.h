@@ -13,6 +13,21 @@ namespace keyloom::test {
 // How a missing element (null pointer, length SIZE_MAX) reads in expectations.
 inline const std::string kNil = "<nil>";
 
+// How a failed call reads in expectations: "<" + kl_strerror(r) + ">".
+inline std::string failed(kl_return_t r) {
+  std::string text("<");
+  text += kl_strerror(r);
+  text += '>';
+  return text;
+}
+
+// prefix followed by the decimal i ("key" 3 -> "key3").
+inline std::string numbered(const char *prefix, long i) {
+  std::string text(prefix);
+  text += std::to_string(i);
+  return text;
+}
+
 // The n strings of an array reply; frees the array and its lengths.
 inline std::vector<std::string> take_strings(char **&array, size_t n, size_t *&lens) {
   std::vector<std::string> out;
@@ -41,6 +56,9 @@ inline std::vector<double> take_doubles(double *&array, size_t n) {
   kl_free_php_reply_p(reinterpret_cast<char **>(&array));
   return out;
 }
+
+// A string literal where the C interface takes a char * (never written to).
+inline char *lit(const char *s) { return const_cast<char *>(s); }
 
 // C views of strings for the array arguments.
 struct CArgs {

@@ -22,7 +22,10 @@ TestCluster::TestCluster(size_t servers, size_t groups, kl_server_distribution d
 TestCluster::~TestCluster() { kl_client_destroy(client_); }
 
 std::string TestCluster::group_name(size_t server_index) const {
-  return groups_ == 1 ? "default" : std::string("g") + std::to_string(server_index % groups_);
+  if (groups_ == 1) return "default";
+  std::string name = "g";
+  name += std::to_string(server_index % groups_);
+  return name;
 }
 
 std::unique_ptr<redisReply, void (*)(void *)> TestCluster::direct(

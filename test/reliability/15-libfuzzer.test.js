@@ -1,0 +1,23 @@
+'use strict';
+// The libFuzzer targets of test/fuzz/targets, a few seconds each, when clang is
+// installed (skipped with a message otherwise). The first run configures and
+// builds build-fuzz/ (KEYLOOM_LIBFUZZER_DIR overrides), which takes a while.
+const test = require('node:test');
+const assert = require('node:assert/strict');
+const path = require('node:path');
+const { spawnSync } = require('node:child_process');
+const { libfuzzer } = require('../fuzz/libfuzzer');
+const { root } = require('../helpers/paths');
+
+const haveClang = spawnSync('sh', ['-c', 'command -v clang++']).status === 0;
+
+test('libFuzzer targets: hashing, routing, address parsing, replies, kl_server_add', {
+  skip: haveClang ? false : 'clang++ is not installed: libFuzzer targets skipped',
+  timeout: 900000,
+}, () => {
+  const lines = [];
+  const r = libfuzzer({ seconds: Number(process.env.KEYLOOM_LIBFUZZER_SECONDS || 4),
+    buildDir: process.env.KEYLOOM_LIBFUZZER_DIR || path.join(root, 'build-fuzz') }, (l) => { lines.push(l); console.log(l); });
+  assert.ok(r.ok, lines.join('\n'));
+  assert.ok(r.results.some((x) => !x.skipped), `no target could be built:\n${lines.join('\n')}`);
+});
