@@ -1,9 +1,8 @@
 // keyloom.node: the module entry, the 54 constants, the module's own helper
-// functions and the wrapper table of the client library (design Parts 1.1,
-// 1.2, 4.1 to 4.4 and 5.1 to 5.10).
+// functions and the wrapper table of the client library.
 //
 // Every exported function is one line of the table kFunctions below, in the
-// order of the design: the exported name, the C function it calls, the kind of
+// order of the exports object: the exported name, the C function it calls, the kind of
 // its result and the kinds of its arguments (runtime/arg_kinds.h). The one
 // wrapper template (runtime/wrapper.h) does the rest, and refuses to compile a
 // line whose kinds do not spell the C declaration in include/keyloom.h.
@@ -11,7 +10,7 @@
 // Ownership at a glance: no proxy owns C memory. Cells and arrays live until
 // their delete_ function; replies are released with kl_free_php_reply_p/_pp;
 // a client lives until kl_client_destroy. String arguments are copied for the
-// call and freed after it (not on a failure exit, by design); the value of
+// call and freed after it (not on a failure exit: those copies stay allocated); the value of
 // kl_set_binary is handed over to the library and never freed here.
 #include <node.h>
 #include <node_version.h>
@@ -34,7 +33,7 @@ using namespace keyloom;  // the kinds: Client, CharP, Size, RCode ...
 
 namespace {
 
-// ---- Typed pointer cells (Part 4.1) --------------------------------------------
+// ---- Typed pointer cells --------------------------------------------
 // One template per operation, instantiated per family. A family is a
 // CellType: the C type a cell holds and the C++ type its value crosses as.
 // They differ only for kl_return_t, whose cells may hold any 32-bit value: it
@@ -78,7 +77,7 @@ typename C::value cell_value(typename C::stored* cell) {  // no null check
 using ReturnCodeCell = CellType<kl_return_t, int>;
 
 // The char cells come from malloc and go with free. The string a charpp cell
-// points to is not freed (replies are released with Part 4.4).
+// points to is not freed (replies are released with kl_free_php_reply_p/_pp).
 char** new_charpp() {
   auto** cell = static_cast<char**>(std::malloc(sizeof(char*)));
   *cell = nullptr;
@@ -97,11 +96,11 @@ void delete_charppp(char*** cell) {
 }
 // free() of whatever the pointer is. For a JavaScript string argument the
 // wrapper then releases its temporary copy as after every char * argument,
-// which frees it a second time: kept as designed (meant for _p_char and null).
-// Not inlined, so that the compiler does not flag the designed double free.
+// which frees it a second time: kept as it always was (meant for _p_char and null).
+// Not inlined, so that the compiler does not flag the deliberate double free.
 [[gnu::noinline]] void delete_charp(char* pointer) { std::free(pointer); }
 
-// ---- Typed arrays (Part 4.2) --------------------------------------------------------
+// ---- Typed arrays --------------------------------------------------------
 // calloc'd, zero-filled, released with free; counts and indexes are ints
 // widened with their sign, never range-checked.
 
@@ -149,7 +148,7 @@ void charp_array_set(char** array, int index, char* text, int length) {
   std::memcpy(array[index], text, static_cast<size_t>(length));
 }
 
-// ---- Reply readers (Part 4.3) ------------------------------------------------------
+// ---- Reply readers ------------------------------------------------------
 // Length conventions: SIZE_MAX no value; 0 measure the zero-terminated text and
 // write the length back; and, for the plain readers only, 4 with "_NL_" a
 // missing value and 1 with a zero byte an empty value (both write back 0).
@@ -210,7 +209,7 @@ char** to_charpp(T** cell) {
 
 kl_return_t** new_empty_kl_return_tpp() { return nullptr; }
 
-// ---- Memory manager and reply release (Part 4.4) --------------------------------------
+// ---- Memory manager and reply release --------------------------------------
 
 kl_mm_t* new_mm() { return nullptr; }
 
@@ -222,7 +221,7 @@ void kl_free_reply_pp(char*** reply, unsigned int count, kl_mm_t* mm) {
   mm->free(reply);
 }
 
-// ---- Flag helpers (Part 5.3) ----------------------------------------------------------
+// ---- Flag helpers ----------------------------------------------------------
 
 static_assert(KL_DURABLE_TTL_BIT == 0x80000000u && KL_COMMIT_BIT == 0x40000000u);
 int DURABLE_TTL(int ttl) { return static_cast<int>(static_cast<unsigned int>(ttl) | 0x80000000u); }
@@ -233,8 +232,8 @@ int COMMIT(int ttl) { return static_cast<int>(static_cast<unsigned int>(ttl) | 0
 template <class PtrKind>
 using RProxyOf = RProxy<typename PtrKind::c_type, PtrKind::desc>;
 
-// ---- Constants (Part 1.2) ---------------------------------------------------------------
-// Name and the design's value; the value compiled in is the library's, and the
+// ---- Constants ---------------------------------------------------------------
+// Name and the exported value; the value compiled in is the library's, and the
 // two must agree.
 #define KEYLOOM_CONSTANTS(X)                                                              \
   X(KL_SUCCESS, 0) X(KL_ERROR, 1) X(KL_PTHREAD_OP_FAILURE, 2) X(KL_MEMORY_FAILURE, 3)     \
@@ -256,7 +255,7 @@ using RProxyOf = RProxy<typename PtrKind::c_type, PtrKind::desc>;
   X(KL_LEVEL_EVENT, 4) X(KL_LEVEL_NOTICE, 8) X(KL_LEVEL_WARNING, 16)
 
 #define KEYLOOM_CHECK_CONSTANT(NAME, VALUE) \
-  static_assert(static_cast<int32_t>(NAME) == (VALUE), #NAME " differs from the design");
+  static_assert(static_cast<int32_t>(NAME) == (VALUE), #NAME " differs from its exported value");
 KEYLOOM_CONSTANTS(KEYLOOM_CHECK_CONSTANT)
 #undef KEYLOOM_CHECK_CONSTANT
 
@@ -294,7 +293,7 @@ void JS_veto_set_variable(v8::Local<v8::Name> property, v8::Local<v8::Value>,
   }
 }
 
-// ---- The functions, in the order of the exports object (Part 1.1) ------------------------
+// ---- The functions, in the order of the exports object ------------------------
 
 // KL_EXPORT(exported name, C function, result kind, argument kinds...)
 #define KL_EXPORT(NAME, FN, RESULT, ...) \
@@ -313,7 +312,7 @@ void JS_veto_set_variable(v8::Local<v8::Name> property, v8::Local<v8::Value>,
       KL_EXPORT(X##_value, cell_value<C>, RESULT, CELL)
 
 const FunctionEntry kFunctions[] = {
-    // 1. Typed pointer cells (Part 4.1), 50 functions.
+    // 1. Typed pointer cells, 50 functions.
     KL_CELL_FAMILY(intp, CellType<int>, Int, IntP, RInt),
     KL_CELL_FAMILY(intpp, CellType<int*>, IntP, IntPP, RProxyOf<IntP>),
     KL_CELL_FAMILY(uintp, CellType<unsigned int>, UInt, UIntP, RUIntAsInt),
@@ -325,7 +324,7 @@ const FunctionEntry kFunctions[] = {
     KL_CELL_FAMILY(kl_return_tp, ReturnCodeCell, RetValue, RetP, RInt),
     KL_CELL_FAMILY(kl_return_tpp, CellType<kl_return_t*>, RetP, RetPP, RProxyOf<RetP>),
 
-    // 2. String cells and reply readers (Parts 4.1, 4.3), 15 functions.
+    // 2. String cells and reply readers, 15 functions.
     KL_EXPORT(delete_charp, delete_charp, RVoid, CharPHeap),
     KL_EXPORT(new_empty_kl_return_tpp, new_empty_kl_return_tpp, RProxyOf<RetPP>),
     KL_EXPORT(uintpp_to_charpp, to_charpp<unsigned int>, RProxyOf<CharPP>, UIntPP),
@@ -342,7 +341,7 @@ const FunctionEntry kFunctions[] = {
     KL_EXPORT(charppp_value_raw, charppp_value<true>, RLatin1, CharPPP, SizePP, Int),
     KL_EXPORT(charppp_value, charppp_value<false>, RLatin1, CharPPP, SizePP, Int),
 
-    // 3. Typed arrays (Part 4.2), 14 functions.
+    // 3. Typed arrays, 14 functions.
     KL_EXPORT(new_charp_array, array_new<char*>, RProxyOf<CharPP>, Int),
     KL_EXPORT(delete_charp_array, delete_charp_array, RVoid, CharPP, Int),
     KL_EXPORT(charp_array_set, charp_array_set, RVoid, CharPP, Int, CharP, Int),
@@ -358,12 +357,12 @@ const FunctionEntry kFunctions[] = {
     KL_EXPORT(double_array_set, array_set<double>, RVoid, DoubleP, Int, Double),
     KL_EXPORT(double_array_get, array_get<double>, RDouble, DoubleP, Int),
 
-    // 4. Indexed readers (Part 4.3), 3 functions.
+    // 4. Indexed readers, 3 functions.
     KL_EXPORT(doublepp_index_value, index_value<CellType<double>>, RDouble, DoublePP, Int),
     KL_EXPORT(intpp_index_value, index_value<CellType<int>>, RInt, IntPP, Int),
     KL_EXPORT(kl_return_tpp_index_value, index_value<ReturnCodeCell>, RInt, RetPP, Int),
 
-    // 5. The module's own functions (Parts 4.4, 5.2, 5.3, 5.4), 6 functions. Only
+    // 5. The module's own functions, 6 functions. Only
     // server_add, keys and flushall turn the string "_NL_" into a null pointer.
     KL_EXPORT(server_add, kl_server_add, RCode, Client, CharP, UInt, CharPOrNull),
     KL_EXPORT(keys, kl_keys, RCode, Client, CharP, Size, CharPPP, SizeP, SizePP,
@@ -373,7 +372,7 @@ const FunctionEntry kFunctions[] = {
     KL_EXPORT(DURABLE_TTL, DURABLE_TTL, RInt, Int),
     KL_EXPORT(new_mm, new_mm, RProxyOf<MM>),
 
-    // 6. Client library functions (Parts 4.4, 5.2 to 5.10), 126 functions.
+    // 6. Client library functions, 126 functions.
     KL_EXPORT(kl_client_create, kl_client_create, RProxyOf<Client>, Hash, Distribution, MM, UInt),
     KL_EXPORT(kl_client_destroy, kl_client_destroy, RVoid, Client),
     KL_CMD(kl_set_client_version, Client, Version),
@@ -518,7 +517,7 @@ const FunctionEntry kFunctions[] = {
 #undef KL_EXPORT
 static_assert(sizeof kFunctions / sizeof kFunctions[0] == 214);
 
-// ---- Initialization (Part 1.1) ------------------------------------------------------------
+// ---- Initialization ------------------------------------------------------------
 
 v8::Local<v8::String> SWIGV8_Name(v8::Isolate* isolate, const char* name) {
   return v8::String::NewFromUtf8(isolate, name, v8::NewStringType::kNormal).ToLocalChecked();

@@ -61,9 +61,12 @@ kl_return_t list_words(kl_client *client, char *key, size_t key_len, const char 
   KL_REQUIRE(given(key) && optional_bytes(prefix, prefix_len) && given(out.count) &&
              given(out.words));
   Dict d(client, key, key_len);
-  auto [low, high] = prefix_bounds(std::string_view(prefix ? prefix : "", prefix_len));
+  // A pair, not a structured binding: clang 14 (the fuzz build) cannot capture one.
+  const auto bounds = prefix_bounds(std::string_view(prefix ? prefix : "", prefix_len));
   Command cmd = script_command(read_with_values, {d.index.view(), d.values, d.weights},
-                               [&](Command &c) { c.arg("1").arg("ZRANGEBYLEX").arg(low).arg(high); });
+                               [&](Command &c) {
+                                 c.arg("1").arg("ZRANGEBYLEX").arg(bounds.first).arg(bounds.second);
+                               });
   return read_one(client, where, std::move(cmd), [&](const redisReply *r, bool fill) {
     if (kl_return_t e = expect_type(r, REDIS_REPLY_ARRAY)) return e;
     auto parts = elements_of(r);

@@ -1,4 +1,4 @@
-// Argument kinds and result kinds of the wrapper pattern (design Part 5.1).
+// Argument kinds and result kinds of the wrapper pattern.
 //
 // An argument kind is a C++ type that carries everything the wrapper does with
 // one C parameter:
@@ -10,7 +10,7 @@
 //   get       the value handed to C
 //   release   what happens after a completed call (string copies are freed)
 //   abandon   (optional) what happens to a converted argument when a later one
-//             fails: nothing is released then, by design
+//             fails: nothing is released then (the copy stays allocated)
 // A result kind turns the C result into the call's return value.
 #pragma once
 
@@ -75,10 +75,10 @@ inline constexpr size_t kSmallString = 64;
 //
 // The copy of a short string is made in the slot, a longer one with new[];
 // either is gone after a completed call. When a later argument fails, the
-// copy is left allocated on the heap, exactly UTF-8 length + 1 bytes, as the
-// design leaves it (abandon). HeapCopy makes every copy on the heap and
+// copy is left allocated on the heap, exactly UTF-8 length + 1 bytes, and never
+// freed (abandon). HeapCopy makes every copy on the heap and
 // releases it with delete[] after the call: delete_charp, whose C function
-// frees its argument, so that the designed double free stays what it is.
+// frees its argument, so that the deliberate double free stays what it is.
 template <class T, FixedString Text, bool NullSentinel = false, bool HeapCopy = false>
 struct StrArg {
   using c_type = T;
@@ -248,7 +248,7 @@ struct RCode {
     info.GetReturnValue().Set(static_cast<int32_t>(r));
   }
 };
-// A code the design does not return (the _php_ releases): undefined.
+// A code the wrapper does not return (the _php_ releases): undefined.
 struct RIgnoreCode {
   using c_type = kl_return_t;
   static void Set(const Info&, v8::Isolate*, kl_return_t) {}
@@ -320,7 +320,7 @@ struct Latin1Text {
   const char* bytes;
   size_t length;
 };
-// Every byte one character (ISO 8859-1): the same string as the design's
+// Every byte one character (ISO 8859-1): the same string as a
 // two-byte buffer of zero-extended bytes, made without the temporary buffer.
 struct RLatin1 {
   using c_type = Latin1Text;

@@ -1,6 +1,6 @@
 // Engine compatibility: the one place where the engine's version matters.
 //
-// The design names calls of an older engine line (hidden values, MakeWeak,
+// The runtime was first written against an older engine line (hidden values, MakeWeak,
 // SetAccessor, WriteUtf8, Holder ...). Every call whose spelling differs
 // between the engine lines this addon builds on (Node.js 20, 22, 24 and 26:
 // V8 11.3, 12.4, 13.6 and 14.6) goes through a helper below, and no other file

@@ -1,4 +1,4 @@
-// Value conversion (design Part 3.1).
+// Value conversion.
 //
 // Converters take a JavaScript value and an out pointer, return a result code
 // (0 success, -5 type error, -7 overflow) and write the C value only on

@@ -1,4 +1,4 @@
-// Error reporting (design Part 3.2).
+// Error reporting.
 #include "runtime/errors.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Error reporting (design Part 3.2).
+// Error reporting.
 //
 // Every failure the module detects becomes a plain JavaScript Error thrown on
 // the current isolate through the one handler object; the code never changes

@@ -1,4 +1,4 @@
-// Proxy objects and class templates (design Part 2.2).
+// Proxy objects and class templates.
 #include "runtime/proxy.h"
 
 #include <node.h>
@@ -193,7 +193,7 @@ v8::Local<v8::Value> SWIG_V8_NewPointerObj(v8::Isolate* isolate, void* ptr,
     cdata->handle.SetWeak(cdata, SWIGV8_Proxy_DefaultDtor, v8::WeakCallbackType::kParameter);
   }
   // Every weak handle of today's engine may die in a minor collection: the
-  // design's "independent" mark has no call of its own any more.
+  // older engine's "independent" mark has no call of its own any more.
   if (state) {
     cdata->owner = state;
     cdata->next = state->live;

@@ -1,4 +1,4 @@
-// Proxy objects and class templates (design Part 2.2).
+// Proxy objects and class templates.
 //
 // A C pointer crosses into JavaScript as an object made from the one class
 // template "SwigProxy"; its internal field 0 points at a SWIGV8_Proxy record
@@ -20,7 +20,7 @@ enum : int { SWIG_POINTER_OWN = 1 };
 struct SWIGV8_IsolateState;
 
 // One record per proxy object, allocated when the object is made and deleted
-// when the collector takes it. The first four fields are the design's record,
+// when the collector takes it. The first four fields are the shared record,
 // in its order (other modules of the same runtime read them); the rest is the
 // bookkeeping that frees the records still alive when the environment ends.
 class SWIGV8_Proxy {
@@ -69,7 +69,7 @@ bool SWIGV8_CheckCast(swig_type_info* from, swig_type_info* ty);
 // the records whose objects are alive. Defined here for the inline shape test.
 struct SWIGV8_IsolateState {
   std::atomic<v8::Isolate*> isolate{nullptr};
-  // The design's persistent handle to the "SwigProxy" template (strong).
+  // The persistent handle to the "SwigProxy" template (strong).
   v8::Global<v8::FunctionTemplate> SWIGV8_SWIGTYPE_Proxy_class_templ;
   // Its instance template, kept to spare the lookup on every proxy made.
   v8::Global<v8::ObjectTemplate> instance_templ;
@@ -118,7 +118,7 @@ inline int SWIG_V8_ConvertPtr(v8::Isolate* isolate, v8::Local<v8::Value> value, 
   return SWIG_OK;
 }
 
-// The same with the design's signature, on the current isolate.
+// The same with the classic signature, on the current isolate.
 inline int SWIG_V8_ConvertPtr(v8::Local<v8::Value> value, void** ptr, swig_type_info* info,
                               int flags) {
   return SWIG_V8_ConvertPtr(v8::Isolate::GetCurrent(), value, ptr, info, flags);

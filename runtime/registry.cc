@@ -1,16 +1,16 @@
-// Type registry and module info (design Part 2.1).
+// Type registry and module info.
 #include "runtime/registry.h"
 
 #include <cstring>
 
 #include "runtime/compat.h"
 
-// glibc's assertion report; called directly so that the two assertions of the
-// design stay in force in builds made with NDEBUG.
+// glibc's assertion report; called directly so that the registry's two
+// assertions stay in force in builds made with NDEBUG.
 extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
                               const char* function) noexcept __attribute__((__noreturn__));
 
-// The assertions name the module source, as the design's reports do.
+// The assertions name the module source, as the runtime's reports always have.
 #define KEYLOOM_ASSERT(expr)                                                       \
   ((expr) ? static_cast<void>(0)                                                   \
           : __assert_fail(#expr, "../keyloom_wrap.cxx", __LINE__, __PRETTY_FUNCTION__))

@@ -1,11 +1,11 @@
-// Type registry and module info (design Part 2.1).
+// Type registry and module info.
 //
 // The 18 C pointer types of the module, each a static descriptor with a cast
 // list that accepts only itself (no inheritance, no implicit conversions), and
 // the module info that links this registry into the ring of every registry of
 // the same construction loaded into a context. The ring's head is kept on the
-// context's global object under the private key "swig_module_info_data" (the
-// design's hidden value). The record layouts are shared with other modules
+// context's global object under the private key "swig_module_info_data" (what
+// older engines kept as a hidden value). The record layouts are shared with other modules
 // through that ring, so their fields and order must not change.
 #pragma once
 

@@ -1,4 +1,4 @@
-// The wrapper pattern (design Part 5.1), written once.
+// The wrapper pattern, written once.
 //
 // Wrapper<Name, Fn, Result, Kinds...>::Call is the V8 callback of one exported
 // function: it checks the exact argument count, converts argument i by kind i,

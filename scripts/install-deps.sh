@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what a fresh machine lacks: the Redis server and the hiredis, GoogleTest
-# and build tools from Debian, and the npm dev dependencies. Safe to run again.
+# Installs what a fresh machine lacks: the Redis server and the hiredis, GoogleTest,
+# build and fuzzing tools from Debian, and the npm dev dependencies. Safe to run again.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,6 +11,10 @@ command -v redis-cli >/dev/null 2>&1 || missing+=(redis-tools)
 [ -f /usr/include/gtest/gtest.h ] || missing+=(libgtest-dev)
 command -v cmake >/dev/null 2>&1 || missing+=(cmake)
 command -v g++ >/dev/null 2>&1 || missing+=(g++)
+# clang and its libFuzzer runtime, for the library's fuzz targets.
+command -v clang++ >/dev/null 2>&1 || missing+=(clang)
+compgen -G '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a' >/dev/null ||
+  missing+=(libclang-rt-dev)
 if [ ${#missing[@]} -gt 0 ]; then
   echo "install-deps: installing ${missing[*]}"
   sudo=""

@@ -37,6 +37,13 @@ function ping(port, timeoutMs = 200) {
 
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
+// Servers still running; one exit hook kills them all, so that no server
+// outlives the process that started it.
+const running = new Set();
+process.once('exit', () => {
+  for (const child of running) { try { process.kill(child.pid, 'SIGKILL'); } catch {} }
+});
+
 /**
  * Starts redis-server on 127.0.0.1. Options: port (default: a free one),
  * password, args (extra command-line arguments). Resolves to
@@ -81,8 +88,8 @@ async function startRedis({ port, password, args = [] } = {}) {
       fs.rmSync(dir, { recursive: true, force: true });
     },
   };
-  // never leave a server behind when this process exits
-  process.once('exit', () => { if (!exited) { try { process.kill(child.pid, 'SIGKILL'); } catch {} } });
+  running.add(child);
+  child.once('exit', () => running.delete(child));
   return server;
 }
 

@@ -100,6 +100,9 @@ async function chaos(options, log = console.log) {
         const old = s.proc;
         pending.push((async () => {
           await old.stop(); // SIGTERM for a restart; reaps a killed one
+          // A server keeps answering for a while after SIGTERM (until its next
+          // cron tick), so its data is lost when it exits, not when signalled.
+          events.push({ t: Date.now(), port: s.port, what: 'gone' });
           await sleep(rng.int(100, 800));
           s.proc = await startRedis({ port: s.port });
           events.push({ t: Date.now(), port: s.port, what: 'back' });
@@ -126,7 +129,7 @@ async function chaos(options, log = console.log) {
     for (const s of servers) {
       for (const [key, value] of await dump(s.port)) groups[s.group].set(key, value);
     }
-    const lossAfter = (g, t) => servers.some((s) => s.group === g && events.some((e) => e.port === s.port && (e.what === 'kill' || e.what === 'restart') && e.t >= t));
+    const lossAfter = (g, t) => servers.some((s) => s.group === g && events.some((e) => e.port === s.port && (e.what === 'kill' || e.what === 'restart' || e.what === 'gone') && e.t >= t));
     let clean = 0; let dirty = 0; let failedWrites = 0; let excused = 0;
     const writtenKeys = new Set();
     for (const [key, value, code, t0] of msg.writes) {

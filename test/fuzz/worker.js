@@ -223,10 +223,10 @@ function libraryArgs(f) {
   const types = f.args;
   const args = new Array(types.length);
   const fixed = new Set();
-  const spec = INPUT_ARRAYS[f.name];
-  if (spec) {
+  const arrays = INPUT_ARRAYS[f.name];
+  if (arrays) {
     const counts = new Map();
-    for (const [a, c, l] of spec.text) {
+    for (const [a, c, l] of arrays.text) {
       let n = counts.get(c);
       if (n === undefined) { n = rng.int(real ? 1 : 0, 4); counts.set(c, n); }
       const values = Array.from({ length: n }, () => anyString());
@@ -236,12 +236,12 @@ function libraryArgs(f) {
       args[l] = rng.chance(0.05) ? null : freshArrayOf('ulong', lens);
       fixed.add(a).add(c).add(l);
     }
-    for (const [a, c] of spec.double || []) {
+    for (const [a, c] of arrays.double || []) {
       const n = counts.get(c);
       args[a] = freshArrayOf('double', Array.from({ length: n }, () => rng.pick([0, 1.5, -2, 1e300, NaN, Infinity])));
       fixed.add(a);
     }
-    for (const [a, c] of spec.ulong || []) {
+    for (const [a, c] of arrays.ulong || []) {
       const n = counts.get(c);
       args[a] = freshArrayOf('ulong', Array.from({ length: n }, () => rng.int(0, 100)));
       fixed.add(a);
