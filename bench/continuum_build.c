@@ -1,6 +1,9 @@
 /*
  * Time to build a client's continuum: kl_server_add of N servers into a fresh
- * client, through the public C interface (no connection is opened).
+ * client, then one GET, whose routing builds the continuum if the library
+ * left that for later, through the public C interface. The servers are
+ * distinct loopback hosts on port 1, where nothing listens: the GET's
+ * connection is refused at once (a few tens of microseconds, included).
  *
  *   continuum_build DISTRIBUTION N [REPEATS]
  *     DISTRIBUTION: modula | consistent | ketama
@@ -36,7 +39,8 @@ int main(int argc, char **argv) {
   int repeats = argc > 3 ? atoi(argv[3]) : 5;
   if (repeats < 1 || repeats > 1000) repeats = 5;
   double *t = malloc(sizeof(double) * (size_t)repeats);
-  char host[] = "127.0.0.1";
+  char host[32];
+  char key[] = "k";
   for (int r = 0; r < repeats; r++) {
     kl_client *c = kl_client_create(KL_HASH_DEFAULT, dist, NULL, KL_FLAG_NONE);
     if (!c) {
@@ -45,11 +49,19 @@ int main(int argc, char **argv) {
     }
     double t0 = now();
     for (int i = 0; i < n; i++) {
-      kl_return_t rc = kl_server_add(c, host, 20000u + (unsigned)i, NULL);
+      snprintf(host, sizeof host, "127.1.%d.%d", i / 250, i % 250 + 1);
+      kl_return_t rc = kl_server_add(c, host, 1u, NULL);
       if (rc != KL_SUCCESS) {
         fprintf(stderr, "kl_server_add: %s\n", kl_strerror(rc));
         return 1;
       }
+    }
+    char *value = NULL;
+    size_t len = 0;
+    kl_return_t rc = kl_get_whole(c, key, 1, &value, &len, NULL, 0);
+    if (rc != KL_SERVER_DOWN) {
+      fprintf(stderr, "kl_get_whole: %s (expected a refused connection)\n", kl_strerror(rc));
+      return 1;
     }
     t[r] = now() - t0;
     kl_client_destroy(c);

@@ -19,9 +19,9 @@ function ratioTarget(id, text, num, den, cmp, bound, reason) {
 
 const REASON = {
   call: 'exports object is a dictionary (every `kl.fn` a LoadIC lookup) and each pointer argument pays ~57 instructions of out-of-line checks; PROFILE.md "Call overhead"',
-  rt: 'per-command allocations in libkeyloom run_read/run_write (Command with a deque, std::function, Replies) on top of the round trip; PROFILE.md "One command per round trip"',
-  mget: 'kl_mget_whole sends one GET per key instead of one MGET per server (100 commands to format, parse and execute); PROFILE.md "Multi-key reads"',
-  mem: 'kl_mget_whole holds every hiredis reply until the last arrives, then copies all: the payload exists twice; PROFILE.md "Memory"',
+  rt: 'the rest is on the JavaScript side, outside libkeyloom (whose GET is now 2.9 k instructions with no allocation but the value\'s copy): the exact layer\'s reader builds a UTF-16 string byte by byte, the client reads the raw bytes and runs `decode` (lib/client-support.js: an ASCII regular expression over the value, a Buffer round trip otherwise), both in proportion to the value\'s size; PROFILE.md "One command per round trip"',
+  mget: 'libkeyloom\'s share is now below the C loop\'s whole call (86 k vs 157 k instructions), but the exact layer also reads the 100 values into JS strings (`charppp_value`, 43 k) and releases them (15 k), and the output format needs one allocation per value; PROFILE.md "Multi-key reads"',
+  mem: 'values are copied into the output as the reader parses them and no reply is held; what remains above one copy of the payload is hiredis\'s read buffer and allocator overhead; PROFILE.md "Memory"',
 };
 
 function targets() {
@@ -54,7 +54,7 @@ function targets() {
       ['mget-100-s1', 'keyloom exact'], ['mget-100-s1', 'node-redis'], '>=', 2, REASON.mget),
     ratioTarget('T8', 'MGET 100 keys: exact layer over 4 servers >= over 1 server (keys/s)',
       ['mget-100-s4', 'keyloom exact'], ['mget-100-s1', 'keyloom exact'], '>=', 1,
-      'with every server and the client on one CPU, 4 servers are 4 serialized round trips: the C loop itself drops (see the multi-key table); and kl_mget_whole sends one GET per key; PROFILE.md "Multi-key reads"'),
+      'with every server and the client on CPU 0, the 4 pipelined MGETs still run one after another on that CPU, plus 4 server wake-ups: the C loop itself keeps only about a third of its one-server rate (see the multi-key table), and the exact layer the same share; PROFILE.md "Multi-key reads", item 4'),
     {
       id: 'T8b', reason: 'measured in a slower period of the shared machine (the C loop lost 0.70x itself); a re-run gave 0.74x: each added server is one more connection and process on CPU 0; not profiled further',
       text: 'GET 3 B, client over 8 servers vs 1: the exact layer keeps its cost flat (its 8/1 ratio >= 0.9x the C loop\'s 8/1 ratio; the C loop does no routing work, so what it loses is the machine\'s)',

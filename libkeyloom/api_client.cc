@@ -12,13 +12,6 @@ using namespace keyloom;
 
 namespace {
 
-void rebuild_continuum(const kl_client *client, Group &group) {
-  std::vector<std::string> bases;
-  bases.reserve(group.servers.size());
-  for (auto &s : group.servers) bases.push_back(point_base(s->host, s->port));
-  group.continuum.build(client->distribution, client->hash, bases);
-}
-
 Group *find_or_add_group(kl_client *client, const std::string &name) {
   for (auto &g : client->groups)
     if (g->name == name) return g.get();
@@ -144,7 +137,8 @@ kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char
   server->port = port;
   server->name = address;
   g->servers.push_back(std::move(server));
-  rebuild_continuum(client, *g);
+  // Built on the next routing, once for any number of additions.
+  g->continuum.add_server(client->distribution, client->hash, point_base(host, port));
   log_event(client, KL_LEVEL_EVENT, "server %s added to group %s", address.c_str(), name.c_str());
   return KL_SUCCESS;
 }

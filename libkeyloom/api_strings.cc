@@ -1,5 +1,8 @@
 // Strings: SET and its conditional forms, APPEND, GET, GETSET, MGET, MSET,
 // counters.
+#include <algorithm>
+#include <cstdint>
+
 #include "internal.h"
 
 using namespace keyloom;
@@ -16,17 +19,22 @@ Script incr_with_ttl{
 
 const char *bytes(const char *p) { return p ? p : ""; }
 
+// Keys per MGET/MSET command: enough to amortize the command, few enough that
+// the one reply held while its values are copied out stays a fraction of a
+// large call's payload.
+constexpr size_t kChunkKeys = 256;
+
 // SET key value [NX|XX] [EX ttl]; `missing` is the code of a nil reply.
 kl_return_t set_with(kl_client *client, const char *key, size_t key_len, const char *value,
                      size_t value_len, size_t ttl, const char *condition, kl_return_t missing) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key && (value || value_len == 0));
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  cmds[0].arg("SET").arg(k.view()).arg(bytes(value), value_len);
-  if (condition) cmds[0].arg(condition);
-  if (ttl > 0) cmds[0].arg("EX").arg_int(static_cast<long long>(ttl));
-  return run_write(client, route_of(key, key_len), cmds, [missing](Replies &r, bool) {
+  Command cmd("SET");
+  cmd.arg(k.view()).arg(bytes(value), value_len);
+  if (condition) cmd.arg(condition);
+  if (ttl > 0) cmd.arg("EX").arg_int(static_cast<long long>(ttl));
+  return run_write(client, route_of(key, key_len), &cmd, 1, [missing](Replies &r, bool) {
     if (r[0]->type == REDIS_REPLY_NIL) return missing;
     return expect_type(r[0].get(), REDIS_REPLY_STATUS);
   });
@@ -37,11 +45,11 @@ kl_return_t incr_by(kl_client *client, const char *key, size_t key_len, long lon
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key);
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
+  Command cmd;
   std::string by_text = std::to_string(by), ttl_text = std::to_string(ttl);
-  if (ttl == 0) cmds[0].arg("INCRBY").arg(k.view()).arg(by_text);
-  else script_call(cmds[0], incr_with_ttl, {k.view()}, {by_text, ttl_text});
-  return run_write(client, route_of(key, key_len), cmds, [value](Replies &r, bool fill) {
+  if (ttl == 0) cmd.arg("INCRBY").arg(k.view()).arg(by_text);
+  else script_call(cmd, incr_with_ttl, {k.view()}, {by_text, ttl_text});
+  return run_write(client, route_of(key, key_len), &cmd, 1, [value](Replies &r, bool fill) {
     kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_INTEGER);
     if (code == KL_SUCCESS && fill && value) *value = static_cast<int>(r[0]->integer);
     return code;
@@ -77,16 +85,15 @@ kl_return_t kl_append(kl_client *client, char *key, size_t key_len, char *value,
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key && (value || value_len == 0));
   Key k(client, key, key_len);
-  std::vector<Command> cmds;
-  if (ttl > 0) cmds.emplace_back("MULTI");
-  cmds.emplace_back("APPEND");
-  cmds.back().arg(k.view()).arg(bytes(value), value_len);
+  Command cmds[4];
+  size_t n = 0;
+  if (ttl > 0) cmds[n++].arg("MULTI");
+  cmds[n++].arg("APPEND").arg(k.view()).arg(bytes(value), value_len);
   if (ttl > 0) {
-    cmds.emplace_back("EXPIRE");
-    cmds.back().arg(k.view()).arg_int(static_cast<long long>(ttl));
-    cmds.emplace_back("EXEC");
+    cmds[n++].arg("EXPIRE").arg(k.view()).arg_int(static_cast<long long>(ttl));
+    cmds[n++].arg("EXEC");
   }
-  return run_write(client, route_of(key, key_len), cmds, [](Replies &r, bool) {
+  return run_write(client, route_of(key, key_len), cmds, n, [](Replies &r, bool) {
     const redisReply *last = r.back().get();
     if (r.size() == 1) return expect_type(last, REDIS_REPLY_INTEGER);
     kl_return_t code = expect_type(last, REDIS_REPLY_ARRAY);
@@ -100,13 +107,13 @@ kl_return_t kl_get_whole(kl_client *client, char *key, size_t key_len, char **va
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key && value);
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  cmds[0].arg("GET").arg(k.view());
+  Command cmd("GET");
+  cmd.arg(k.view());
   struct Out {
     char **value;
     size_t *len;
   } out{value, value_len};
-  return run_read(client, route_of(key, key_len, route, route_len), cmds,
+  return run_read(client, route_of(key, key_len, route, route_len), &cmd, 1,
                   [client, &out](Replies &r, bool) {
                     return put_reply_string(client, r[0].get(), out.value, out.len);
                   });
@@ -118,13 +125,13 @@ kl_return_t kl_getset_whole(kl_client *client, char *key, size_t key_len, char *
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key && (value || value_len == 0) && old_value);
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  cmds[0].arg("GETSET").arg(k.view()).arg(bytes(value), value_len);
+  Command cmd("GETSET");
+  cmd.arg(k.view()).arg(bytes(value), value_len);
   struct Out {
     char **value;
     size_t *len;
   } out{old_value, old_len};
-  return run_write(client, route_of(key, key_len, route, route_len), cmds,
+  return run_write(client, route_of(key, key_len, route, route_len), &cmd, 1,
                    [client, &out](Replies &r, bool fill) {
                      if (r[0]->type == REDIS_REPLY_NIL) {
                        if (fill) {
@@ -147,42 +154,91 @@ kl_return_t kl_mget_whole(kl_client *client, char **keys, size_t count, size_t *
   std::vector<Key> ks;
   ks.reserve(count);
   for (size_t i = 0; i < count; ++i) ks.emplace_back(client, keys[i], key_lens[i]);
-
-  if (route && route_len > 0) {  // every key on the route's server: one MGET
-    std::vector<Command> cmds(1);
-    cmds[0].arg("MGET");
-    for (auto &k : ks) cmds[0].arg(k.view());
-    return run_read(client, route_of(nullptr, 0, route, route_len), cmds,
-                    [&](Replies &r, bool) {
-                      kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_ARRAY);
-                      if (code != KL_SUCCESS) return code;
-                      return put_string_array(client, r[0]->element, r[0]->elements, values,
-                                              value_count, value_lens);
-                    });
-  }
+  // With a routing string every key goes to the route's server.
   std::vector<Route> routes;
-  std::vector<Command> cmds(count);
-  routes.reserve(count);
-  for (size_t i = 0; i < count; ++i) {
-    routes.push_back(route_of(keys[i], key_lens[i]));
-    cmds[i].arg("GET").arg(ks[i].view());
+  if (route && route_len > 0) {
+    routes.push_back(route_of(nullptr, 0, route, route_len));
+  } else {
+    routes.reserve(count);
+    for (size_t i = 0; i < count; ++i) routes.push_back(route_of(keys[i], key_lens[i]));
   }
-  std::vector<const redisReply *> got(count);
-  kl_return_t filled = KL_SUCCESS;
-  kl_return_t r = run_multi(client, Access::read, routes, cmds, policy,
-                            [&](size_t i, redisReply *reply) {
-                              got[i] = reply;
-                              // Called for every item in order: the last one fills.
-                              if (i + 1 == count)
-                                filled = put_string_array(client, got.data(), count, values,
-                                                          value_count, value_lens);
-                            });
-  return filled != KL_SUCCESS ? filled : r;
+
+  // The output is allocated first and the values are copied into it straight
+  // from the protocol reader (no reply objects are held); missing keys stay
+  // null with length SIZE_MAX.
+  auto *out = static_cast<char **>(mm_calloc(client, count, sizeof(char *)));
+  auto *lens = value_lens ? static_cast<size_t *>(mm_calloc(client, count, sizeof(size_t)))
+                          : nullptr;
+  auto drop = [&] {
+    if (out)
+      for (size_t i = 0; i < count; ++i) mm_free(client, out[i]);
+    mm_free(client, out);
+    mm_free(client, lens);
+  };
+  if (!out || (value_lens && !lens)) {
+    drop();
+    return KL_MEMORY_FAILURE;
+  }
+  if (lens) std::fill(lens, lens + count, SIZE_MAX);
+
+  auto make = [&](Command &cmd, const size_t *items, size_t n) {
+    cmd.reserve(n + 1);
+    cmd.arg("MGET");
+    for (size_t j = 0; j < n; ++j) cmd.arg(ks[items[j]].view());
+  };
+  auto put = [&](size_t item, const char *data, size_t len) {
+    // A chunk cut short is asked again of the next group: replace, not leak.
+    if (out[item]) mm_free(client, out[item]);
+    out[item] = nullptr;
+    kl_return_t code = put_bytes(client, data, len, &out[item], nullptr);
+    if (code == KL_SUCCESS && lens) lens[item] = len;
+    return code;
+  };
+  kl_return_t refused = KL_SUCCESS;  // a chunk's error reply, or out of memory
+  kl_return_t r = run_chunked_strings(client, routes.data(), routes.size(), count, kChunkKeys,
+                                      policy, make, put, &refused);
+  kl_return_t result = kl_get_result(r);
+  if (result != KL_SUCCESS && result != KL_PARTIAL_RESULT) {
+    drop();
+    return r;
+  }
+  if (refused != KL_SUCCESS) {
+    drop();
+    return refused;
+  }
+  *values = out;
+  if (value_lens) *value_lens = lens;
+  if (value_count) *value_count = count;
+  return r;
 }
 
 namespace {
 
-// SET of every pair, one pipelined batch per server.
+// MSET of every pair, one command per server and chunk of keys.
+kl_return_t mset_chunked(kl_client *client, const std::vector<Key> &ks,
+                         const std::vector<Route> &routes, const char *const *values,
+                         const size_t *value_lens) {
+  kl_return_t item_error = KL_SUCCESS;
+  auto make = [&](Command &cmd, const size_t *items, size_t n) {
+    cmd.reserve(2 * n + 1);
+    cmd.arg("MSET");
+    for (size_t j = 0; j < n; ++j)
+      cmd.arg(ks[items[j]].view()).arg(bytes(values[items[j]]), value_lens[items[j]]);
+  };
+  auto take = [&](const size_t *, size_t, const redisReply *reply, bool first) {
+    if (!first) return;  // the caller hears the first group's answer
+    kl_return_t code = expect_type(reply, REDIS_REPLY_STATUS);
+    if (code != KL_SUCCESS && item_error == KL_SUCCESS) item_error = code;
+  };
+  kl_return_t r = run_chunked(client, Access::write, routes.data(), routes.size(), ks.size(),
+                              kChunkKeys, KL_NULL_ON_FAIL, make, take);
+  if (kl_get_result(r) == KL_SUCCESS && item_error != KL_SUCCESS)
+    return static_cast<kl_return_t>(item_error | (r & KL_DIRTY));
+  return r;
+}
+
+// SET of every pair (MSET when no pair has a TTL), one pipelined batch per
+// server.
 kl_return_t set_many(kl_client *client, const char *const *keys, size_t count,
                      const size_t *key_lens, const char *const *values, const size_t *value_lens,
                      const size_t *ttls) {
@@ -191,14 +247,19 @@ kl_return_t set_many(kl_client *client, const char *const *keys, size_t count,
   for (size_t i = 0; i < count; ++i) KL_REQUIRE(keys[i] && (values[i] || value_lens[i] == 0));
   std::vector<Key> ks;
   std::vector<Route> routes;
-  std::vector<Command> cmds(count);
   ks.reserve(count);
   routes.reserve(count);
   for (size_t i = 0; i < count; ++i) {
     ks.emplace_back(client, keys[i], key_lens[i]);
     routes.push_back(route_of(keys[i], key_lens[i]));
+  }
+  const bool any_ttl = ttls && std::any_of(ttls, ttls + count, [](size_t t) { return t > 0; });
+  if (!any_ttl) return mset_chunked(client, ks, routes, values, value_lens);
+
+  std::vector<Command> cmds(count);
+  for (size_t i = 0; i < count; ++i) {
     cmds[i].arg("SET").arg(ks[i].view()).arg(bytes(values[i]), value_lens[i]);
-    if (ttls && ttls[i] > 0) cmds[i].arg("EX").arg_int(static_cast<long long>(ttls[i]));
+    if (ttls[i] > 0) cmds[i].arg("EX").arg_int(static_cast<long long>(ttls[i]));
   }
   kl_return_t item_error = KL_SUCCESS;
   kl_return_t r = run_multi(client, Access::write, routes, cmds, KL_NULL_ON_FAIL,

@@ -70,10 +70,17 @@ void Continuum::finish(std::vector<Point> &points) {
   }
 }
 
+void Continuum::build_pending() {
+  stale_ = false;
+  build(pending_distribution_, pending_hash_, bases_);
+}
+
 void Continuum::build(kl_server_distribution distribution, kl_hash hash,
                       const std::vector<std::string> &servers) {
+  stale_ = false;
+  if (&servers != &bases_) bases_ = servers;
   if (distribution == KL_DISTRIBUTION_CONSISTENT_KETAMA) {
-    build_weighted(hash, servers, std::vector<unsigned>(servers.size(), 1));
+    build_weighted(hash, bases_, std::vector<unsigned>(bases_.size(), 1));
     return;
   }
   hash_ = hash;
@@ -101,6 +108,8 @@ void Continuum::build(kl_server_distribution distribution, kl_hash hash,
 
 void Continuum::build_weighted(kl_hash hash, const std::vector<std::string> &servers,
                                const std::vector<unsigned> &weights, DigestRule rule) {
+  stale_ = false;
+  if (&servers != &bases_) bases_ = servers;
   distribution_ = KL_DISTRIBUTION_CONSISTENT_KETAMA;
   hash_ = hash;
   servers_ = servers.size();
@@ -126,11 +135,13 @@ void Continuum::build_weighted(kl_hash hash, const std::vector<std::string> &ser
 }
 
 size_t Continuum::point_for_hash(uint32_t h) const {
+  refresh();
   const auto it = std::lower_bound(values_.begin(), values_.end(), h);
   return it == values_.end() ? 0 : static_cast<size_t>(it - values_.begin());
 }
 
 size_t Continuum::server_for(const char *key, size_t len) const {
+  refresh();
   if (servers_ <= 1) return 0;
   const uint32_t h = hash_key(hash_, key, len);
   if (distribution_ == KL_DISTRIBUTION_MODULA) return h % servers_;

@@ -35,8 +35,21 @@ uint32_t digest_point(const unsigned char digest[16], unsigned j);
 
 // Which server of a group a key belongs to. Build once per server-list change;
 // lookups are const, allocation-free and safe from several threads at once.
+// Servers added with add_server() are only recorded: the continuum is built
+// once, on the first lookup after them (callers serialize that lookup with
+// the additions, as the client lock does), so adding n servers costs O(n)
+// and not n rebuilds.
 class Continuum {
  public:
+  // Records one more server (its point base) for a later build(distribution,
+  // hash, every server recorded so far).
+  void add_server(kl_server_distribution distribution, kl_hash hash, std::string base) {
+    pending_distribution_ = distribution;
+    pending_hash_ = hash;
+    bases_.push_back(std::move(base));
+    stale_ = true;
+  }
+
   // Rebuilds for these servers (point bases in the order they were added).
   // MODULA keeps no points; CONSISTENT has 100 points per server, each the
   // key hash of "base-i"; CONSISTENT_KETAMA is build_weighted() with every
@@ -53,14 +66,32 @@ class Continuum {
   // Index (in the order added) of the server for key; 0 without hashing when
   // there is one server; must not be called with no servers (answers 0).
   size_t server_for(const char *key, size_t len) const;
-  size_t servers() const { return servers_; }
+  size_t servers() const {
+    refresh();
+    return servers_;
+  }
 
-  kl_server_distribution distribution() const { return distribution_; }
-  kl_hash hash() const { return hash_; }
+  kl_server_distribution distribution() const {
+    refresh();
+    return distribution_;
+  }
+  kl_hash hash() const {
+    refresh();
+    return hash_;
+  }
   // The sorted continuum (empty for MODULA): point i's value and server.
-  size_t points() const { return values_.size(); }
-  uint32_t point_value(size_t i) const { return values_[i]; }
-  size_t point_server(size_t i) const { return owners_[i]; }
+  size_t points() const {
+    refresh();
+    return values_.size();
+  }
+  uint32_t point_value(size_t i) const {
+    refresh();
+    return values_[i];
+  }
+  size_t point_server(size_t i) const {
+    refresh();
+    return owners_[i];
+  }
   // The point a key hash lands on: the first point >= h, else point 0.
   // Requires points() > 0.
   size_t point_for_hash(uint32_t h) const;
@@ -71,6 +102,11 @@ class Continuum {
     uint32_t server;
   };
   void finish(std::vector<Point> &points);
+  // Builds what add_server() recorded, if anything.
+  void refresh() const {
+    if (stale_) const_cast<Continuum *>(this)->build_pending();
+  }
+  void build_pending();
 
   kl_server_distribution distribution_ = KL_DISTRIBUTION_MODULA;
   kl_hash hash_ = KL_HASH_DEFAULT;
@@ -79,6 +115,11 @@ class Continuum {
   // only the values.
   std::vector<uint32_t> values_;
   std::vector<uint32_t> owners_;
+  // The servers of the last build plus those added since (point bases).
+  std::vector<std::string> bases_;
+  bool stale_ = false;
+  kl_server_distribution pending_distribution_ = KL_DISTRIBUTION_MODULA;
+  kl_hash pending_hash_ = KL_HASH_DEFAULT;
 };
 
 }  // namespace keyloom

@@ -18,6 +18,17 @@ struct Batch {
   Replies replies;               // one per command after exchange()
   bool failed = false;           // down, lost, timed out: no replies
   std::vector<unsigned char> preloaded;  // SCRIPT LOAD sent before command i
+  // When set, called with each reply as soon as it is read, before the next
+  // one is read; it may release the reply (replies[i].reset()) so that large
+  // batches never hold every reply at once. Not for scripted commands.
+  void (*on_read)(void *context, Batch &batch, size_t i) = nullptr;
+  void *on_read_context = nullptr;
+  // Direct reading: when set, the connection's reader builds this batch's
+  // replies with these functions (given on_read_context as its privdata)
+  // instead of as redisReply objects, so replies[i] stays empty;
+  // on_read_start(context, batch, i) runs before reply i is read.
+  redisReplyObjectFunctions *reader_fn = nullptr;
+  void (*on_read_start)(void *context, Batch &batch, size_t i) = nullptr;
 
   size_t size() const { return picked.empty() ? count : picked.size(); }
   Command &cmd(size_t i) { return picked.empty() ? cmds[i] : *picked[i]; }

@@ -11,11 +11,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "keyloom.h"
@@ -26,31 +27,63 @@ namespace keyloom {
 
 struct Script;
 
+// A non-owning reference to a callable: no allocation and no copy of the
+// callable, which must outlive the call it is passed to (a lambda written in
+// the argument list does).
+template <typename Signature>
+class FunctionRef;
+template <typename R, typename... Args>
+class FunctionRef<R(Args...)> {
+ public:
+  template <typename F, typename = std::enable_if_t<
+                            !std::is_same_v<std::decay_t<F>, FunctionRef> &&
+                            std::is_invocable_r_v<R, F &, Args...>>>
+  FunctionRef(F &&f)  // NOLINT: converts from any callable, like std::function
+      : object_(const_cast<void *>(static_cast<const void *>(std::addressof(f)))),
+        call_([](void *object, Args... args) -> R {
+          return (*static_cast<std::remove_reference_t<F> *>(object))(
+              std::forward<Args>(args)...);
+        }) {}
+  R operator()(Args... args) const { return call_(object_, std::forward<Args>(args)...); }
+
+ private:
+  void *object_;
+  R (*call_)(void *, Args...);
+};
+
 // One command as an argument vector. Views passed to arg() are borrowed and
 // must outlive the run_* call; numbers are formatted into storage the command
-// owns.
+// owns. Short commands (the common case) live entirely in the object: no heap
+// allocation unless there are more than kInlineArgs arguments or owned
+// arguments overflow the inline text buffer.
 class Command {
  public:
   Command() = default;
   explicit Command(std::string_view name) { arg(name); }
-  // Copies point their owned arguments at their own storage; moves keep the
-  // deque's elements in place (noexcept, so std::vector moves, not copies).
+  // Copies and moves point their owned arguments at their own storage.
   Command(const Command &other);
   Command &operator=(const Command &other);
-  Command(Command &&) noexcept = default;
-  Command &operator=(Command &&) noexcept = default;
+  Command(Command &&other) noexcept;
+  Command &operator=(Command &&other) noexcept;
   Command &arg(const char *data, size_t len) {
-    argv_.push_back(data);
-    argvlen_.push_back(len);
+    if (argc_ < kInlineArgs && !spilled_) {
+      argv_inline_[argc_] = data;
+      argvlen_inline_[argc_] = len;
+    } else {
+      push_spilled(data, len);
+    }
+    ++argc_;
     return *this;
   }
   Command &arg(std::string_view s) { return arg(s.data(), s.size()); }
   Command &arg_int(long long v);   // decimal text
   Command &arg_double(double v);   // "%.17g", "inf", "-inf"
   Command &arg_owned(std::string s);  // a copy the command keeps
-  int argc() const { return static_cast<int>(argv_.size()); }
-  const char **argv() { return argv_.data(); }
-  const size_t *argvlen() const { return argvlen_.data(); }
+  // Room for n arguments in all (avoids regrowth for long commands).
+  void reserve(size_t n);
+  int argc() const { return argc_; }
+  const char **argv() { return spilled_ ? argv_heap_.data() : argv_inline_; }
+  const size_t *argvlen() const { return spilled_ ? argvlen_heap_.data() : argvlen_inline_; }
   // Set by script_call(): the script this command runs, and the index of its
   // EVALSHA argument (the digest follows it).
   void set_script(const Script *script, int evalsha_index) {
@@ -61,10 +94,26 @@ class Command {
   int script_index() const { return script_index_; }
 
  private:
-  std::vector<const char *> argv_;
-  std::vector<size_t> argvlen_;
-  std::deque<std::string> owned_;  // deque: element addresses stay valid
-  std::vector<int> owned_args_;    // argument index of owned_[k]
+  static constexpr int kInlineArgs = 6;
+  static constexpr size_t kInlineText = 48;
+  void push_spilled(const char *data, size_t len);
+  void spill(size_t capacity);
+  // Repoints the arguments that other's storage held at this command's copy.
+  void adopt(const Command &other);
+  const char *store(const char *data, size_t len);
+
+  int argc_ = 0;
+  bool spilled_ = false;  // the heap vectors hold every argument
+  size_t text_used_ = 0;
+  const char *argv_inline_[kInlineArgs];
+  size_t argvlen_inline_[kInlineArgs];
+  char text_[kInlineText];  // owned arguments that fit
+  std::vector<const char *> argv_heap_;
+  std::vector<size_t> argvlen_heap_;
+  // Owned arguments that did not fit: each string has its own allocation, so
+  // its address survives moves of this vector.
+  std::vector<std::unique_ptr<std::string>> owned_;
+  std::vector<int> owned_args_;  // argument index of owned_[k]
   const Script *script_ = nullptr;
   int script_index_ = -1;
 };
@@ -75,7 +124,38 @@ struct ReplyDeleter {
   }
 };
 using Reply = std::unique_ptr<redisReply, ReplyDeleter>;
-using Replies = std::vector<Reply>;
+
+// The replies of one batch, one per command. A few are kept in the object
+// itself, so a single-command call allocates nothing for them.
+class Replies {
+ public:
+  Replies() = default;
+  explicit Replies(size_t n) { resize(n); }
+  Replies(Replies &&other) noexcept { *this = std::move(other); }
+  Replies &operator=(Replies &&other) noexcept;
+  size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  Reply *data() { return heap_.empty() ? inline_ : heap_.data(); }
+  const Reply *data() const { return heap_.empty() ? inline_ : heap_.data(); }
+  Reply &operator[](size_t i) { return data()[i]; }
+  const Reply &operator[](size_t i) const { return data()[i]; }
+  Reply &front() { return data()[0]; }
+  Reply &back() { return data()[size_ - 1]; }
+  Reply *begin() { return data(); }
+  Reply *end() { return data() + size_; }
+  void clear() { resize(0); }
+  void resize(size_t n);
+  void push_back(Reply r) {
+    resize(size_ + 1);
+    back() = std::move(r);
+  }
+
+ private:
+  static constexpr size_t kInline = 4;
+  Reply inline_[kInline];
+  std::vector<Reply> heap_;  // used (non-empty) once more than kInline were needed
+  size_t size_ = 0;
+};
 
 // ---- Server-side scripts -------------------------------------------------
 
@@ -137,21 +217,29 @@ inline Route route_of(const char *key, size_t key_len, const char *route = nullp
 // reply is a REDIS_REPLY_ERROR element, never a null). `fill` is true for
 // exactly one server per call, the one whose answer the caller gets: only then
 // may the callback write the caller's output cells. Returns the command's code.
-using Interpret = std::function<kl_return_t(Replies &replies, bool fill)>;
+using Interpret = FunctionRef<kl_return_t(Replies &replies, bool fill)>;
 
-// Runs cmds as one pipelined batch on the route's server in every group.
+// Runs cmds[0..n) as one pipelined batch on the route's server in every group.
 // The result is the code of the first group that answered; when another group
 // failed (down, connection lost, time-out) and at least one succeeded, KL_DIRTY
 // is set on it. All groups down: KL_SERVER_DOWN (one group) or
 // KL_ALL_GROUP_SERVERS_DOWN (several). No server: KL_NO_SERVER_ATTACHED.
-kl_return_t run_write(kl_client *client, Route route, std::vector<Command> &cmds,
+kl_return_t run_write(kl_client *client, Route route, Command *cmds, size_t n,
                       const Interpret &interpret);
+inline kl_return_t run_write(kl_client *client, Route route, std::vector<Command> &cmds,
+                             const Interpret &interpret) {
+  return run_write(client, route, cmds.data(), cmds.size(), interpret);
+}
 
-// Runs cmds as one pipelined batch on the route's server of the first group
-// (in creation order) whose server is up; fails over to the next group on a
-// connection failure. Codes as run_write, never dirty.
-kl_return_t run_read(kl_client *client, Route route, std::vector<Command> &cmds,
+// Runs cmds[0..n) as one pipelined batch on the route's server of the first
+// group (in creation order) whose server is up; fails over to the next group on
+// a connection failure. Codes as run_write, never dirty.
+kl_return_t run_read(kl_client *client, Route route, Command *cmds, size_t n,
                      const Interpret &interpret);
+inline kl_return_t run_read(kl_client *client, Route route, std::vector<Command> &cmds,
+                            const Interpret &interpret) {
+  return run_read(client, route, cmds.data(), cmds.size(), interpret);
+}
 
 // Multi-key work: item i is routed by routes[i] and sent as cmds[i]. Items are
 // grouped by server, one pipelined batch per server, every batch sent before
@@ -163,9 +251,38 @@ kl_return_t run_read(kl_client *client, Route route, std::vector<Command> &cmds,
 // (on_reply gets null for failed items; result KL_PARTIAL_RESULT when any
 // failed). Writes report KL_DIRTY as run_write does.
 enum class Access { read, write };
+using OnItemReply = FunctionRef<void(size_t i, redisReply *reply)>;
 kl_return_t run_multi(kl_client *client, Access access, const std::vector<Route> &routes,
-                      std::vector<Command> &cmds, int policy,
-                      const std::function<void(size_t i, redisReply *reply)> &on_reply);
+                      std::vector<Command> &cmds, int policy, const OnItemReply &on_reply);
+
+// Multi-key work where one command carries the keys of many items (MGET,
+// MSET): the items of each server are cut into chunks of at most `chunk`
+// items in the caller's order, and make(cmd, items, n) appends the command for
+// one chunk (items: the caller's indices). Every server's chunks are sent
+// before any reply is read. take(items, n, reply, first) gets each chunk's
+// reply as soon as it is read, and the reply is freed right after, so at most
+// one reply is held at a time. `first` is false for a write group's reply when
+// an earlier group already answered every item of the chunk.
+// Routes: route_count == count (one per item) or 1 (shared by every item).
+// Fail-over, policies and codes as run_multi, except that take() may already
+// have been called when the call fails: the caller drops what it gathered.
+using MakeChunk = FunctionRef<void(Command &cmd, const size_t *items, size_t n)>;
+using TakeChunk =
+    FunctionRef<void(const size_t *items, size_t n, const redisReply *reply, bool first)>;
+kl_return_t run_chunked(kl_client *client, Access access, const Route *routes,
+                        size_t route_count, size_t count, size_t chunk, int policy,
+                        const MakeChunk &make, const TakeChunk &take);
+
+// Chunked reads whose replies are arrays of one string or nil per item (MGET):
+// the protocol reader hands each string element straight to
+// put(item, data, len), without building reply objects; nil elements call
+// nothing. *refused gets the first error: an error or malformed reply, or a
+// code put() returned (put() is not called again after one). Otherwise as
+// run_chunked.
+using PutString = FunctionRef<kl_return_t(size_t item, const char *data, size_t len)>;
+kl_return_t run_chunked_strings(kl_client *client, const Route *routes, size_t route_count,
+                                size_t count, size_t chunk, int policy, const MakeChunk &make,
+                                const PutString &put, kl_return_t *refused);
 
 // Per-server administration: runs cmd on every server of the named group (null
 // or empty: every group, in group order; a non-empty `server` "host:port"

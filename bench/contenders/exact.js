@@ -159,14 +159,21 @@ async function prepare(task) {
     return { mode: 'sync', every: 4096, op: () => kl.kl_exists(null, 'k', 1) };
   }
   if (w.kind === 'continuum') {
-    // kl_server_add of n servers into a fresh client; no connection is opened
+    // kl_server_add of n servers into a fresh client, then one GET whose routing
+    // builds the continuum (as bench/continuum_build.c: loopback hosts on port 1,
+    // where nothing listens, so the connection is refused at once)
     const n = w.count;
+    const host = (i) => `127.1.${Math.floor(i / 250)}.${(i % 250) + 1}`;
     return {
       mode: 'sync',
       items: n,
       op: () => {
         const c = kl.kl_client_create(kl.KL_HASH_DEFAULT, kl.KL_DISTRIBUTION_CONSISTENT, kl.new_mm(), kl.KL_FLAG_NONE);
-        for (let i = 0; i < n; i++) check(kl, kl.kl_server_add(c, '127.0.0.1', 20000 + i, ''), 'kl_server_add');
+        for (let i = 0; i < n; i++) check(kl, kl.kl_server_add(c, host(i), 1, ''), 'kl_server_add');
+        const v = kl.new_charpp();
+        const len = kl.new_ulongp();
+        const rc = kl.kl_get_whole(c, 'k', 1, v, len, '', 0);
+        if (rc !== kl.KL_SERVER_DOWN) throw new Error(`kl_get_whole gave ${rc}, expected a refused connection`);
         kl.kl_client_destroy(c);
       },
     };
