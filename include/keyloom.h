@@ -182,11 +182,17 @@ void kl_client_destroy(kl_client *client);
    logging) and servers, and its own connections; NULL for a NULL client. */
 kl_client *kl_group_client(kl_client *client);
 /* Chooses the command forms the client uses (CLIENT_VERSION_*; another value:
-   KL_INVALID_PARAMETER). AUTO reads each server's version at connect; the
-   string, key and administration commands use forms of Redis 2.8, except
-   RESTORE ... REPLACE (3.0) in kl_rename and kl_dirty. */
+   KL_INVALID_PARAMETER). VERSION_1 keeps to forms of Redis 2.8 (except
+   RESTORE ... REPLACE, 3.0, in kl_rename and kl_dirty); VERSION_2 sends the
+   forms of Redis 6.2 where they replace deprecated commands (SET ... GET for
+   GETSET, ZRANGE ... BYSCORE [REV] for ZRANGEBYSCORE and ZREVRANGEBYSCORE);
+   AUTO (the default) reads each server's version at connect and picks per
+   server. */
 kl_return_t kl_set_client_version(kl_client *client, kl_client_version version);
-/* Connect and reply time-out in milliseconds (default and 0: 1000 ms). */
+/* Connect and reply time-out in milliseconds (default and 0: 1000 ms). One
+   call waits on its servers for at most twice this in all, however many
+   servers and groups it visits; a server that used up the call's time is
+   reported failed for that call. */
 kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout_ms);
 /* How long a failed server stays marked down before a reconnect, in ms
    (default 1000; 0 retries on the next call). */
@@ -203,7 +209,9 @@ char const *kl_get_version(void);
 /* A fixed text for a result code, mentioning the dirty bit (library-owned). */
 char const *kl_strerror(kl_return_t result);
 /* AUTH on every server (connecting them); remembered and replayed on reconnect.
-   password_len 0 forgets the password. A refused password: KL_SERVER_ERROR. */
+   "user\0password" (password_len counting both parts) authenticates as an ACL
+   user. password_len 0 forgets the password. A refused password:
+   KL_SERVER_ERROR. */
 kl_return_t kl_auth(kl_client *client, char *password, size_t password_len);
 /* Closes every connection and forgets down marks; they reopen on demand. */
 kl_return_t kl_quit(kl_client *client);

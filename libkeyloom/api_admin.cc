@@ -135,14 +135,14 @@ kl_return_t kl_info(kl_client *client, char ***infos, char const *group, kl_retu
 
 kl_return_t kl_shutdown(kl_client *client, char const *group, kl_return_t **results) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
   std::vector<Server *> servers;
   if (!addressed_servers(client, group, {}, &servers)) return KL_INVALID_PARAMETER;
   std::vector<kl_return_t> codes;
   for (Server *s : servers) {
-    if (!connect_server(client, s)) {
+    if (!connect_server(client, s) || !arm_timeout(client, s)) {
       codes.push_back(KL_SERVER_DOWN);
       continue;
     }
@@ -159,7 +159,7 @@ kl_return_t kl_keys(kl_client *client, char *pattern, size_t pattern_len, char *
                     size_t *count, size_t **lengths, char const *group, kl_return_t **results) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(pattern && keys);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
   std::vector<Server *> servers;

@@ -51,7 +51,7 @@ kl_client *kl_client_create(kl_hash hash, kl_server_distribution distribution, k
 void kl_client_destroy(kl_client *client) {
   if (!client) return;
   {
-    ClientLock lock(client->mutex);
+    CallScope lock(client);
     close_all(client);
   }
   delete client;
@@ -59,7 +59,7 @@ void kl_client_destroy(kl_client *client) {
 
 kl_client *kl_group_client(kl_client *client) {
   if (!client) return nullptr;
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return nullptr;
   kl_client *copy = kl_client_create(client->hash, client->distribution,
                                      client->custom_mm ? &client->mm : nullptr, client->flags);
@@ -93,7 +93,7 @@ kl_return_t kl_set_client_version(kl_client *client, kl_client_version version) 
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(version == CLIENT_VERSION_1 || version == CLIENT_VERSION_2 ||
              version == CLIENT_VERSION_AUTO);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   client->version = version;
   return KL_SUCCESS;
@@ -101,20 +101,16 @@ kl_return_t kl_set_client_version(kl_client *client, kl_client_version version) 
 
 kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout_ms) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  // Open connections take the new time-out on their next exchange.
   client->connect_timeout_ms = timeout_ms ? timeout_ms : kDefaultConnectTimeoutMs;
-  timeval tv{static_cast<time_t>(client->connect_timeout_ms / 1000),
-             static_cast<suseconds_t>(client->connect_timeout_ms % 1000 * 1000)};
-  for (auto &g : client->groups)
-    for (auto &s : g->servers)
-      if (s->ctx) redisSetTimeout(s->ctx, tv);
   return KL_SUCCESS;
 }
 
 kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int timeout_ms) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   client->reconnect_timeout_ms = timeout_ms;
   return KL_SUCCESS;
@@ -123,7 +119,7 @@ kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int 
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(host && *host && port > 0 && port <= 65535);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   std::string name = (group && *group) ? group : "default";
   std::string address = std::string(host) + ":" + std::to_string(port);
@@ -145,7 +141,7 @@ kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char
 
 kl_return_t kl_enable_syslog(kl_client *client, unsigned int levels) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   client->log_levels = levels;
   return KL_SUCCESS;
@@ -153,7 +149,7 @@ kl_return_t kl_enable_syslog(kl_client *client, unsigned int levels) {
 
 kl_return_t kl_disable_log(kl_client *client) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   client->log_levels = 0;
   return KL_SUCCESS;
@@ -172,7 +168,7 @@ kl_return_t kl_auth(kl_client *client, char *password, size_t password_len) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(password || password_len == 0);
   {
-    ClientLock lock(client->mutex);
+    CallScope lock(client);
     if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
     if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
     client->has_password = password_len > 0;
@@ -180,7 +176,9 @@ kl_return_t kl_auth(kl_client *client, char *password, size_t password_len) {
     if (!client->has_password) return KL_SUCCESS;
   }
   Command cmd("AUTH");
-  cmd.arg(password, password_len);
+  auto [user, secret] = split_credentials(std::string_view(password, password_len));
+  if (user.data()) cmd.arg(user);
+  cmd.arg(secret);
   return run_each_server(client, nullptr, {}, cmd, nullptr, [](size_t, redisReply *r) {
     return r ? expect_type(r, REDIS_REPLY_STATUS) : KL_SERVER_DOWN;
   });
@@ -188,7 +186,7 @@ kl_return_t kl_auth(kl_client *client, char *password, size_t password_len) {
 
 kl_return_t kl_quit(kl_client *client) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   close_all(client);
   log_event(client, KL_LEVEL_EVENT, "connections closed");
@@ -236,7 +234,7 @@ kl_return_t kl_database_key(kl_client *client, size_t db, char const **prefix,
                             size_t const *prefix_len) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(prefix);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   auto it = client->prefixes.find(db);
   *prefix = it == client->prefixes.end() ? nullptr : it->second.c_str();
@@ -249,7 +247,7 @@ kl_return_t kl_set_database_key(kl_client *client, size_t db, char const *prefix
                                 size_t prefix_len) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(prefix || prefix_len == 0);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (prefix_len == 0) client->prefixes.erase(db);
   else client->prefixes[db] = std::string(prefix, prefix_len);
@@ -261,7 +259,7 @@ kl_return_t kl_select(kl_client *client, int db, kl_return_t **results) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(db >= 0);
   {
-    ClientLock lock(client->mutex);
+    CallScope lock(client);
     if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
     if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
     client->db = db;

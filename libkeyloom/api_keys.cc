@@ -76,7 +76,7 @@ kl_return_t rename_key(kl_client *client, const char *key, size_t key_len, const
                        size_t new_key_len, bool nx) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key && new_key);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
   Key src(client, key, key_len), dst(client, new_key, new_key_len);
@@ -163,7 +163,7 @@ kl_return_t kl_type(kl_client *client, char *key, size_t key_len, char **type) {
 kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
   std::vector<Command> cmds(1);

@@ -60,7 +60,7 @@ char const *kl_strerror(kl_return_t result) {
 kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int *groups) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
   if (groups) *groups = 0;

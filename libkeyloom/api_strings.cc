@@ -127,6 +127,9 @@ kl_return_t kl_getset_whole(kl_client *client, char *key, size_t key_len, char *
   Key k(client, key, key_len);
   Command cmd("GETSET");
   cmd.arg(k.view()).arg(bytes(value), value_len);
+  Command set_get("SET");  // GETSET is deprecated from Redis 6.2 on
+  set_get.arg(k.view()).arg(bytes(value), value_len).arg("GET");
+  cmd.set_newer(&set_get);
   struct Out {
     char **value;
     size_t *len;

@@ -2,6 +2,7 @@
 // twins. Flags pick the scores (ZSET_WITH_SCORES), the member values
 // (ZSET_WITH_VALUES, read in the same round trip by a script) and the order
 // (ZSET_REVERSE: ZREVRANGE / ZREVRANGEBYSCORE, the bounds keep their meaning).
+// Score ranges go out as ZRANGE ... BYSCORE to servers that take the newer forms.
 #include "collection_ops.h"
 #include "collection_scripts.h"
 #include "reply_cells.h"
@@ -58,7 +59,7 @@ kl_return_t put_range(const kl_client *client, const redisReply *range, const re
 // values are wanted.
 kl_return_t read_range(kl_client *client, const char *key, size_t key_len, Route where,
                        std::string_view name, const AppendArgs &bounds, zSetFlags flags,
-                       const RangeCells &out) {
+                       const RangeCells &out, const char *newer_name = nullptr) {
   clear_cells(out.members, out.count, out.member_lens, out.scores, out.values, out.value_lens);
   const bool with_scores = flags & ZSET_WITH_SCORES;
   const bool with_values = flags & ZSET_WITH_VALUES;
@@ -73,6 +74,15 @@ kl_return_t read_range(kl_client *client, const char *key, size_t key_len, Route
     Command cmd(name);
     cmd.arg(k.view());
     args(cmd);
+    Command newer;
+    if (newer_name) {
+      newer.arg(newer_name).arg(k.view());
+      bounds(newer);
+      newer.arg("BYSCORE");
+      if (flags & ZSET_REVERSE) newer.arg("REV");
+      if (with_scores) newer.arg("WITHSCORES");
+      cmd.set_newer(&newer);
+    }
     return read_one(client, where, std::move(cmd), [&](const redisReply *r, bool fill) {
       return put_range(client, r, nullptr, with_scores, fill, out);
     });
@@ -115,7 +125,7 @@ kl_return_t range_by_score(kl_client *client, char *key, size_t key_len, double 
                       if (reverse) c.arg_double(max).arg_double(min);
                       else c.arg_double(min).arg_double(max);
                     },
-                    flags, out);
+                    flags, out, "ZRANGE");
 }
 
 }  // namespace

@@ -32,6 +32,7 @@ struct Server {
   Clock::time_point down_until;
   int version_major = 0;        // from INFO at connect (0: unknown)
   int version_minor = 0;
+  unsigned io_timeout_ms = 0;   // the socket's current time-out (0: not set)
   std::vector<const Script *> loaded_scripts;  // SCRIPT LOADed on this connection
 };
 
@@ -54,12 +55,14 @@ struct kl_client {
   unsigned connect_timeout_ms = keyloom::kDefaultConnectTimeoutMs;
   unsigned reconnect_timeout_ms = keyloom::kDefaultReconnectTimeoutMs;
   bool has_password = false;
-  std::string password;
+  std::string password;  // "password", or "user\0password" for an ACL user
   int db = 0;                              // the selected database
   std::map<size_t, std::string> prefixes;  // logical-database key prefixes
   std::string prefix;                      // the selected database's prefix
   unsigned log_levels = 0;
   std::vector<std::unique_ptr<keyloom::Group>> groups;  // in creation order
+  keyloom::Clock::time_point deadline;  // of the call in progress
+  int call_depth = 0;                   // nested calls (recursive lock) share it
 };
 
 namespace keyloom {
@@ -69,5 +72,27 @@ void refresh_prefix(kl_client *client);
 
 // Every server, in group order then server order.
 size_t server_count(const kl_client *client);
+
+// One library call on a client: holds the client's lock and starts the call's
+// clock. However many servers and groups a call visits, it waits on them for
+// at most one connect time-out plus one reply time-out in all (the time-out
+// serves as both).
+class CallScope {
+ public:
+  explicit CallScope(kl_client *client) : client_(client), lock_(client->mutex) {
+    if (lock_.ok() && client_->call_depth++ == 0)
+      client_->deadline = Clock::now() + 2 * std::chrono::milliseconds(client_->connect_timeout_ms);
+  }
+  ~CallScope() {
+    if (lock_.ok()) --client_->call_depth;
+  }
+  CallScope(const CallScope &) = delete;
+  CallScope &operator=(const CallScope &) = delete;
+  bool ok() const { return lock_.ok(); }
+
+ private:
+  kl_client *client_;
+  ClientLock lock_;
+};
 
 }  // namespace keyloom

@@ -18,7 +18,8 @@ Command::Command(const Command &other)
       argvlen_heap_(other.argvlen_heap_),
       owned_args_(other.owned_args_),
       script_(other.script_),
-      script_index_(other.script_index_) {
+      script_index_(other.script_index_),
+      newer_(other.newer_) {
   owned_.reserve(other.owned_.size());
   for (auto &s : other.owned_) owned_.push_back(std::make_unique<std::string>(*s));
   adopt(other);
@@ -41,7 +42,8 @@ Command::Command(Command &&other) noexcept
       owned_(std::move(other.owned_)),
       owned_args_(std::move(other.owned_args_)),
       script_(other.script_),
-      script_index_(other.script_index_) {
+      script_index_(other.script_index_),
+      newer_(other.newer_) {
   adopt(other);
   other.argc_ = 0;
   other.spilled_ = false;
@@ -59,6 +61,7 @@ Command &Command::operator=(Command &&other) noexcept {
     owned_args_ = std::move(other.owned_args_);
     script_ = other.script_;
     script_index_ = other.script_index_;
+    newer_ = other.newer_;
     adopt(other);
     other.argc_ = 0;
     other.spilled_ = false;

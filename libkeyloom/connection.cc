@@ -1,5 +1,6 @@
 #include "connection.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -46,6 +47,7 @@ void disconnect_server(Server *server) {
     redisFree(server->ctx);
     server->ctx = nullptr;
   }
+  server->io_timeout_ms = 0;
   server->loaded_scripts.clear();
 }
 
@@ -56,40 +58,80 @@ void mark_down(kl_client *client, Server *server, const char *why) {
   log_event(client, KL_LEVEL_WARNING, "server %s marked down: %s", server->name.c_str(), why);
 }
 
+unsigned call_ms_left(const kl_client *client) {
+  auto left =
+      std::chrono::duration_cast<std::chrono::milliseconds>(client->deadline - Clock::now()).count();
+  return left > 0 ? static_cast<unsigned>(left) : 0;
+}
+
+bool arm_timeout(kl_client *client, Server *server) {
+  const unsigned ms = std::min(client->connect_timeout_ms, call_ms_left(client));
+  if (ms == 0) return false;
+  // Setting the socket's time-outs is two system calls: only when it changes.
+  if (ms != server->io_timeout_ms) {
+    redisSetTimeout(server->ctx, to_timeval(ms));
+    server->io_timeout_ms = ms;
+  }
+  return true;
+}
+
+void drop_failed(kl_client *client, Server *server, const char *why) {
+  if (server->io_timeout_ms != 0 && server->io_timeout_ms < client->connect_timeout_ms) {
+    // The call ran out of time while waiting: that says more about the
+    // servers it visited before than about this one.
+    log_event(client, KL_LEVEL_WARNING, "server %s dropped: %s (call out of time)",
+              server->name.c_str(), why);
+    disconnect_server(server);
+    return;
+  }
+  mark_down(client, server, why);
+}
+
+std::pair<std::string_view, std::string_view> split_credentials(std::string_view secret) {
+  const size_t nul = secret.find('\0');
+  if (nul == std::string_view::npos) return {{}, secret};
+  return {secret.substr(0, nul), secret.substr(nul + 1)};
+}
+
 bool connect_server(kl_client *client, Server *server) {
   if (server->ctx) return true;
   if (server->down && Clock::now() < server->down_until) return false;
+  const unsigned left = call_ms_left(client);
+  if (left == 0) return false;
 
-  timeval tv = to_timeval(client->connect_timeout_ms);
-  redisContext *ctx = redisConnectWithTimeout(server->host.c_str(), static_cast<int>(server->port), tv);
+  const unsigned connect_ms = std::min(client->connect_timeout_ms, left);
+  redisContext *ctx = redisConnectWithTimeout(server->host.c_str(), static_cast<int>(server->port),
+                                              to_timeval(connect_ms));
   if (!ctx || ctx->err) {
     log_event(client, KL_LEVEL_ERROR, "connect to %s failed: %s", server->name.c_str(),
               ctx ? ctx->errstr : "out of memory");
     if (ctx) redisFree(ctx);
-    mark_down(client, server, "connect failed");
+    if (connect_ms == client->connect_timeout_ms) mark_down(client, server, "connect failed");
     return false;
   }
-  redisSetTimeout(ctx, tv);
   server->ctx = ctx;
+  server->io_timeout_ms = 0;
+  if (!arm_timeout(client, server)) return drop_failed(client, server, "out of time"), false;
 
   // Replayed state. An error reply (wrong password, no SELECT on this server)
   // leaves the connection usable; only a lost connection counts as down.
   if (client->has_password) {
-    Reply r = command(ctx, {"AUTH", client->password});
-    if (!r) return mark_down(client, server, "AUTH got no reply"), false;
+    auto [user, password] = split_credentials(client->password);
+    Reply r = user.data() ? command(ctx, {"AUTH", user, password}) : command(ctx, {"AUTH", password});
+    if (!r) return drop_failed(client, server, "AUTH got no reply"), false;
     if (r->type == REDIS_REPLY_ERROR)
       log_event(client, KL_LEVEL_ERROR, "AUTH refused by %s", server->name.c_str());
   }
   if (client->db != 0) {
     std::string db = std::to_string(client->db);
     Reply r = command(ctx, {"SELECT", db});
-    if (!r) return mark_down(client, server, "SELECT got no reply"), false;
+    if (!r) return drop_failed(client, server, "SELECT got no reply"), false;
     if (r->type == REDIS_REPLY_ERROR)
       log_event(client, KL_LEVEL_ERROR, "SELECT refused by %s", server->name.c_str());
   }
   if (client->version == CLIENT_VERSION_AUTO && server->version_major == 0) {
     Reply r = command(ctx, {"INFO", "server"});
-    if (!r) return mark_down(client, server, "INFO got no reply"), false;
+    if (!r) return drop_failed(client, server, "INFO got no reply"), false;
     read_version(server, r.get());
   }
   if (server->down) log_event(client, KL_LEVEL_NOTICE, "server %s up again", server->name.c_str());

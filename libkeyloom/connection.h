@@ -3,6 +3,9 @@
 // connection replays AUTH and SELECT and reads the server's version.
 #pragma once
 
+#include <string_view>
+#include <utility>
+
 #include "client.h"
 
 namespace keyloom {
@@ -14,6 +17,17 @@ bool connect_server(kl_client *client, Server *server);
 void mark_down(kl_client *client, Server *server, const char *why);
 // Closes the connection without marking the server down.
 void disconnect_server(Server *server);
+// After a failed exchange: marks the server down, or only closes the
+// connection when the wait was cut short by the call's deadline.
+void drop_failed(kl_client *client, Server *server, const char *why);
+// Milliseconds left before the call in progress must return (0: none).
+unsigned call_ms_left(const kl_client *client);
+// Sets server's socket time-out to what the call may still wait (at most the
+// client's time-out); false when no time is left.
+bool arm_timeout(kl_client *client, Server *server);
+// kl_auth's secret, "password" or "user\0password": {user, password}, with a
+// null user.data() when there is no user.
+std::pair<std::string_view, std::string_view> split_credentials(std::string_view secret);
 // True when commands of Redis 6.2 and later may be sent to server.
 bool accepts_v2_forms(const kl_client *client, const Server *server);
 

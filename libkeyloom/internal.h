@@ -92,6 +92,11 @@ class Command {
   }
   const Script *script() const { return script_; }
   int script_index() const { return script_index_; }
+  // The same command in the form of Redis 6.2 and later, sent instead to the
+  // servers that take it (CLIENT_VERSION_2, or AUTO and a new enough server).
+  // Borrowed: must outlive the run_* call. Its replies have the same shape.
+  void set_newer(Command *newer) { newer_ = newer; }
+  Command *newer() const { return newer_; }
 
  private:
   static constexpr int kInlineArgs = 6;
@@ -116,6 +121,7 @@ class Command {
   std::vector<int> owned_args_;  // argument index of owned_[k]
   const Script *script_ = nullptr;
   int script_index_ = -1;
+  Command *newer_ = nullptr;
 };
 
 struct ReplyDeleter {

@@ -29,7 +29,7 @@ bool script_loaded(const Server *s, const Script *script) {
 void fail(kl_client *client, Batch &b, const char *why) {
   b.failed = true;
   b.replies.clear();
-  mark_down(client, b.server, why);
+  drop_failed(client, b.server, why);
 }
 
 // Decimal digits of v.
@@ -81,10 +81,14 @@ bool append_argv(redisContext *ctx, int argc, const char **argv, const size_t *l
   return true;
 }
 
-bool append(Batch &b) {
+bool append(const kl_client *client, Batch &b) {
   redisContext *ctx = b.server->ctx;
   for (size_t i = 0; i < b.size(); ++i) {
     Command &c = b.cmd(i);
+    if (Command *newer = c.newer(); newer && accepts_v2_forms(client, b.server)) {
+      if (!append_argv(ctx, newer->argc(), newer->argv(), newer->argvlen())) return false;
+      continue;
+    }
     const Script *script = c.script();
     if (script && !script_loaded(b.server, script)) {
       // Loaded ahead in the same pipeline, so commands after it can rely on it.
@@ -135,11 +139,15 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
       b.failed = true;
       continue;
     }
-    if (!append(b)) fail(client, b, "could not queue commands");
+    if (!append(client, b)) fail(client, b, "could not queue commands");
   }
   for (size_t k = 0; k < n; ++k) {
     Batch &b = batches[k];
     if (b.size() == 0 || b.failed) continue;
+    if (!arm_timeout(client, b.server)) {
+      fail(client, b, "out of time");
+      continue;
+    }
     int done = 0;
     while (!done) {
       if (redisBufferWrite(b.server->ctx, &done) != REDIS_OK) {
@@ -151,6 +159,10 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
   for (size_t k = 0; k < n; ++k) {
     Batch &b = batches[k];
     if (b.size() == 0 || b.failed) continue;
+    if (!arm_timeout(client, b.server)) {
+      fail(client, b, "out of time");
+      continue;
+    }
     b.replies.resize(b.size());
     bool ok = true;
     redisReader *reader = b.server->ctx->reader;
@@ -195,7 +207,7 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
 kl_return_t run_write(kl_client *client, Route route, Command *cmds, size_t n,
                       const Interpret &interpret) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
 
@@ -235,7 +247,7 @@ kl_return_t run_write(kl_client *client, Route route, Command *cmds, size_t n,
 kl_return_t run_read(kl_client *client, Route route, Command *cmds, size_t n,
                      const Interpret &interpret) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
 
@@ -253,7 +265,7 @@ kl_return_t run_read(kl_client *client, Route route, Command *cmds, size_t n,
 kl_return_t run_multi(kl_client *client, Access access, const std::vector<Route> &routes,
                       std::vector<Command> &cmds, int policy, const OnItemReply &on_reply) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
   const size_t n = std::min(routes.size(), cmds.size());
@@ -491,7 +503,7 @@ kl_return_t chunked(kl_client *client, Access access, const Route *routes, size_
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(routes && count > 0 && (route_count == count || route_count == 1));
   if (chunk == 0) chunk = count;
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
 
@@ -596,7 +608,7 @@ kl_return_t run_each_server(kl_client *client, const char *group, std::string_vi
                             const std::function<kl_return_t(size_t server_index,
                                                             redisReply *reply)> &on_reply) {
   KL_REQUIRE_CLIENT(client);
-  ClientLock lock(client->mutex);
+  CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
   std::vector<Server *> servers;

@@ -30,7 +30,7 @@ function parseArgs(argv) {
     seed: Number(opt('seed', String(Math.floor(Math.random() * 2 ** 31)))) >>> 0,
     buildDir: path.resolve(opt('build-dir', process.env.KEYLOOM_BUILD_DIR || path.join(root, sanitize ? 'build-asan' : 'build'))),
     timeoutMs: Number(opt('timeout-ms', '200')),
-    marginMs: Number(opt('margin-ms', '1500')),
+    marginMs: Number(opt('margin-ms', '300')),
     sanitize,
   };
 }

@@ -242,3 +242,52 @@ TEST(Client, SharedClientFromSeveralThreads) {
   for (auto &th : threads) th.join();
   for (int t = 0; t < 4; ++t) EXPECT_EQ(mismatches[t], 0) << t;
 }
+
+TEST(Client, VersionPicksTheCommandForms) {
+  // A server without the deprecated commands: only the forms of Redis 6.2
+  // reach GETSET's and ZRANGEBYSCORE's meaning there.
+  TestCluster cluster(1, 1, KL_DISTRIBUTION_CONSISTENT, KL_FLAG_NONE,
+                      {"--rename-command", "GETSET", "getset-hidden",
+                       "--rename-command", "ZRANGEBYSCORE", "zrangebyscore-hidden",
+                       "--rename-command", "ZREVRANGEBYSCORE", "zrevrangebyscore-hidden"});
+  kl_client *c = cluster.client();
+  ASSERT_EQ(kl_zadd(c, mut("z"), 1, 1.0, mut("a"), 1, 0), KL_SUCCESS);
+  ASSERT_EQ(kl_zadd(c, mut("z"), 1, 2.0, mut("b"), 1, 0), KL_SUCCESS);
+  auto getset = [&](const char *value) {
+    char *old = nullptr;
+    size_t old_len = 0;
+    kl_return_t r = kl_getset_whole(c, mut("gs"), 2, mut(value), std::strlen(value), &old, &old_len,
+                                    nullptr, 0);
+    kl_free_php_reply_p(&old);
+    return r;
+  };
+  auto members_by_score = [&](zSetFlags flags) {
+    char **members = nullptr;
+    size_t count = 0, *lens = nullptr;
+    kl_return_t r = kl_zrangebyscore(c, mut("z"), 1, 0, 10, &members, &count, &lens, flags,
+                                     nullptr, nullptr, nullptr);
+    std::string joined;
+    for (size_t i = 0; r == KL_SUCCESS && i < count; ++i) joined.append(members[i], lens[i]);
+    kl_free_php_reply_pp(&members, count);
+    kl_free_php_reply_p(reinterpret_cast<char **>(&lens));
+    return r == KL_SUCCESS ? joined : "code " + std::to_string(r);
+  };
+
+  // AUTO (the default) read the server's version (7.x) and uses the new forms.
+  EXPECT_EQ(getset("one"), KL_SUCCESS);
+  EXPECT_EQ(members_by_score(ZSET_DEFAULT), "ab");
+  EXPECT_EQ(members_by_score(ZSET_REVERSE), "ba");
+
+  ASSERT_EQ(kl_set_client_version(c, CLIENT_VERSION_1), KL_SUCCESS);
+  EXPECT_EQ(getset("two"), KL_SERVER_ERROR);  // GETSET itself: unknown here
+  EXPECT_EQ(members_by_score(ZSET_DEFAULT), "code " + std::to_string(KL_SERVER_ERROR));
+
+  ASSERT_EQ(kl_set_client_version(c, CLIENT_VERSION_2), KL_SUCCESS);
+  EXPECT_EQ(getset("three"), KL_SUCCESS);
+  EXPECT_EQ(members_by_score(ZSET_REVERSE), "ba");
+  char *value = nullptr;
+  size_t len = 0;
+  ASSERT_EQ(kl_get_whole(c, mut("gs"), 2, &value, &len, nullptr, 0), KL_SUCCESS);
+  EXPECT_EQ(std::string(value, len), "three");
+  kl_free_php_reply_p(&value);
+}

@@ -111,3 +111,49 @@ TEST(Faults, ReconnectReplaysAuthAndSelect) {
   kl_client_destroy(other);
   kl_client_destroy(c);
 }
+
+TEST(Faults, OneCallWaitsAtMostTwiceTheTimeOutOverEveryGroup) {
+  // Three groups of one server each, all stopped: a write visits all three and
+  // a read fails over from one to the next, yet neither call may wait more
+  // than the connect time-out plus the reply time-out in all (one time-out per
+  // server would be three).
+  RedisServer first, second, third;
+  kl_client *c = client_for(first.port(), 300, 100);
+  kl_server_add(c, mut("127.0.0.1"), second.port(), mut("second"));
+  kl_server_add(c, mut("127.0.0.1"), third.port(), mut("third"));
+  ASSERT_EQ(kl_set(c, mut("k"), 1, mut("v"), 1, 0), KL_SUCCESS);
+  for (RedisServer *s : {&first, &second, &third}) s->pause();
+  auto start = Clock::now();
+  kl_return_t write = kl_set(c, mut("k"), 1, mut("w"), 1, 0);
+  const long long write_ms = ms_since(start);
+  EXPECT_EQ(write, KL_ALL_GROUP_SERVERS_DOWN);
+  EXPECT_LT(write_ms, 2 * 300 + 150);
+  EXPECT_GE(write_ms, 250);  // it did wait for the first server's reply
+
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));  // past the reconnect time-out
+  start = Clock::now();
+  EXPECT_EQ(kl_exists(c, mut("k"), 1), KL_ALL_GROUP_SERVERS_DOWN);
+  EXPECT_LT(ms_since(start), 2 * 300 + 150);
+  for (RedisServer *s : {&first, &second, &third}) s->resume();
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  EXPECT_EQ(kl_exists(c, mut("k"), 1), KL_SUCCESS);
+  kl_client_destroy(c);
+}
+
+TEST(Faults, AclUserIsAuthenticatedAndReplayedOnReconnect) {
+  RedisServer server({"--user", "default", "off", "--user", "app", "on", ">app-pw", "~*", "&*", "+@all"});
+  kl_client *c = client_for(server.port(), 1000, 100);
+  EXPECT_EQ(kl_auth(c, mut("app-pw"), 6), KL_SERVER_ERROR);  // the default user's
+  const std::string user_and_password("app\0app-pw", 10);
+  ASSERT_EQ(kl_auth(c, mut(user_and_password), user_and_password.size()), KL_SUCCESS);
+  ASSERT_EQ(kl_set(c, mut("k"), 1, mut("v"), 1, 0), KL_SUCCESS);
+  server.restart();
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  kl_return_t r = kl_set(c, mut("k"), 1, mut("v2"), 2, 0);
+  if (r == KL_SERVER_DOWN) {  // the lost connection was noticed by this call
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    r = kl_set(c, mut("k"), 1, mut("v2"), 2, 0);
+  }
+  EXPECT_EQ(r, KL_SUCCESS);
+  kl_client_destroy(c);
+}

@@ -74,16 +74,17 @@ test('after the server is killed and restarted, the client re-authenticates by i
   assert.deepEqual(out.getAfterQuit, [KL_SUCCESS, secrets.VALUE]);
 });
 
-test('an ACL user: kl_auth sends AUTH <password> only, so it is refused with a code', () => {
-  // The library authenticates the default user; a named ACL user needs
-  // AUTH <user> <password>, which kl_auth cannot send. Both calls must give
-  // codes (no crash, no exception).
+test('an ACL user: "user\\0password" authenticates as the user and survives a restart', () => {
   const { out } = outcome();
-  for (const key of ['aclAuth', 'aclSet', 'aclAuthUserPass', 'aclSetUserPass']) {
-    assert.equal(typeof out[key], 'number', key);
-  }
-  assert.notEqual(out.aclAuth, KL_SUCCESS);
-  assert.notEqual(out.aclSet, KL_SUCCESS);
+  // The password alone is the default user's, which is switched off: codes,
+  // no exception.
+  assert.equal(typeof out.aclPasswordOnly, 'number');
+  assert.notEqual(out.aclPasswordOnly, KL_SUCCESS);
+  assert.notEqual(out.aclSetRefused, KL_SUCCESS);
+  assert.equal(out.aclAuth, KL_SUCCESS);
+  assert.equal(out.aclSet, KL_SUCCESS);
+  assert.equal(out.aclSetAfterRestart, KL_SUCCESS, `no successful write in ${out.aclAttemptsAfterRestart} attempts`);
+  assert.deepEqual(out.aclGetAfterRestart, [KL_SUCCESS, secrets.VALUE]);
 });
 
 test('no log line and no error text holds a password or a value', () => {

@@ -75,15 +75,24 @@ async function main() {
     k.kl_quit(c);
     out.getAfterQuit = get(c, 'sec:5');
 
-    // 5. an ACL user (the default user switched off): kl_auth sends AUTH <password>
-    const acl = await startRedis({ args: ['--user', 'default', 'off', '--user', 'app', 'on', `>${ACL_PASSWORD}`, '~*', '&*', '+@all'] });
+    // 5. an ACL user (the default user switched off): the password alone is
+    //    refused; "user\0password" authenticates as the user, and is replayed
+    //    when the server comes back
+    const aclArgs = ['--user', 'default', 'off', '--user', 'app', 'on', `>${ACL_PASSWORD}`, '~*', '&*', '+@all'];
+    const acl = await startRedis({ args: aclArgs });
     servers.push(acl);
     const ac = newClient(acl.port);
-    out.aclAuth = k.kl_auth(ac, ACL_PASSWORD, Buffer.byteLength(ACL_PASSWORD));
-    out.aclSet = k.kl_set(ac, 'sec:6', 5, VALUE, Buffer.byteLength(VALUE), 0);
-    const userPass = `app ${ACL_PASSWORD}`;
-    out.aclAuthUserPass = k.kl_auth(ac, userPass, Buffer.byteLength(userPass));
-    out.aclSetUserPass = k.kl_set(ac, 'sec:7', 5, VALUE, Buffer.byteLength(VALUE), 0);
+    out.aclPasswordOnly = k.kl_auth(ac, ACL_PASSWORD, Buffer.byteLength(ACL_PASSWORD));
+    out.aclSetRefused = k.kl_set(ac, 'sec:6', 5, VALUE, Buffer.byteLength(VALUE), 0);
+    const userPass = `app\0${ACL_PASSWORD}`;
+    out.aclAuth = k.kl_auth(ac, userPass, Buffer.byteLength(userPass));
+    out.aclSet = k.kl_set(ac, 'sec:7', 5, VALUE, Buffer.byteLength(VALUE), 0);
+    acl.kill('SIGKILL');
+    await acl.stop();
+    const aclAgain = await startRedis({ port: acl.port, args: aclArgs });
+    servers[servers.indexOf(acl)] = aclAgain;
+    [out.aclSetAfterRestart, out.aclAttemptsAfterRestart] = await until(() => k.kl_set(ac, 'sec:8', 5, VALUE, Buffer.byteLength(VALUE), 0));
+    out.aclGetAfterRestart = get(ac, 'sec:8');
 
     // 6. exceptions raised on bad arguments never carry the password or value
     const messages = [];
