@@ -35,6 +35,8 @@ export interface ClientOptions {
   clientVersion?: 'auto' | 1 | 2;
   /** AUTH on every server (remembered for reconnects). */
   password?: string;
+  /** The ACL user that password belongs to (default: the default user). */
+  username?: string;
   /** SELECT on every connection (remembered for reconnects). */
   db?: number;
   /** Lets the client be used from several threads of the library (internal mutex). */
@@ -102,7 +104,10 @@ export declare class KeyloomClient {
   close(): void;
   /** A new client with the same settings and servers and its own connections. */
   duplicate(): KeyloomClient;
+  /** AUTH for the default user, remembered for reconnects. */
   auth(password: string): true;
+  /** AUTH as an ACL user, remembered for reconnects. */
+  auth(username: string, password: string): true;
   quit(): true;
   select(db: number): true;
 

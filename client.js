@@ -161,9 +161,18 @@ class KeyloomClient {
     return new KeyloomClient(h, this.#onDirty);
   }
 
-  auth(password) {
-    const p = text(password, 'password', 'auth');
-    return this.#status(kl.kl_auth(this.#handle, p, byteLength(p)), 'auth');
+  /**
+   * AUTH on every server, remembered for reconnects: auth(password) for the
+   * default user, auth(username, password) for an ACL user.
+   */
+  auth(usernameOrPassword, password) {
+    let secret = text(usernameOrPassword, password === undefined ? 'password' : 'username', 'auth');
+    if (password !== undefined) {
+      if (secret.includes('\0')) throw new TypeError('keyloom auth: a username cannot contain NUL');
+      // The library reads "username\0password" as AUTH username password.
+      secret = `${secret}\0${text(password, 'password', 'auth')}`;
+    }
+    return this.#status(kl.kl_auth(this.#handle, secret, byteLength(secret)), 'auth');
   }
 
   /** Closes every connection; they reopen on the next command. */
@@ -1171,7 +1180,8 @@ function assign(object, name, value) {
  * groups are given), groups ({ name: [...] }, each a full copy of the data),
  * hash ('default', 'md5', 'crc', 'fnv1_64', 'fnv1a_64', 'fnv1_32', 'fnv1a_32',
  * 'hsieh', 'murmur'), distribution ('consistent', 'ketama', 'modula'),
- * connectTimeoutMs, reconnectMs, clientVersion ('auto', 1, 2), password, db,
+ * connectTimeoutMs, reconnectMs, clientVersion ('auto', 1, 2), password (and
+ * username for an ACL user), db,
  * onDirty({ command, key, code }) for writes that reached only some groups.
  */
 function createClient(options = {}) {
@@ -1216,7 +1226,10 @@ function createClient(options = {}) {
   for (const [group, host, port] of addresses) fail(kl.kl_server_add(h, host, port, group), 'createClient');
   const client = new KeyloomClient(h, options.onDirty);
   try {
-    if (options.password !== undefined) client.auth(options.password);
+    if (options.password !== undefined) {
+      if (options.username !== undefined) client.auth(options.username, options.password);
+      else client.auth(options.password);
+    }
     if (options.db !== undefined && options.db !== 0) client.select(options.db);
   } catch (err) {
     client.close();

@@ -129,6 +129,18 @@ test('password: a server that requires one works with it and refuses without it'
   assert.equal(c.get('p'), 'v');
 });
 
+test('username and password: an ACL user, with the default user switched off', async () => {
+  const [acl] = await servers(1, { args: ['--user', 'default', 'off', '--user', 'app', 'on', '>app-pw', '~*', '&*', '+@all'] });
+  const ok = client([acl], { username: 'app', password: 'app-pw' });
+  ok.set('u', 'v');
+  assert.equal(ok.get('u'), 'v');
+  const c = client([acl]);
+  assert.throws(() => c.auth('app-pw'), (err) => err instanceof KeyloomError && err.codeName === 'KL_SERVER_ERROR');
+  assert.throws(() => c.auth('a\0b', 'app-pw'), TypeError);
+  assert.equal(c.auth('app', 'app-pw'), true);
+  assert.equal(c.get('u'), 'v');
+});
+
 test('db selects a database for the whole client', () => {
   const c = client([server], { db: 3 });
   c.set('indb3', 'v');
