@@ -29,8 +29,10 @@
  * live in seconds set atomically with the write when above 0.
  *
  * Groups: every group holds a full copy of the data. Writes go to every
- * group; a write that succeeded in one group and failed in another returns
- * its code with KL_DIRTY set. Reads fail over across groups in creation order.
+ * group; a write that succeeded in one group and failed in another, or that
+ * got another answer there (an error reply, a key one copy had and the other
+ * not), returns the first group's code with KL_DIRTY set. Reads fail over
+ * across groups in creation order.
  *
  * Administration commands take `group` (NULL or "" = every group, in group
  * order) and an optional kl_return_t ** cell that receives one code per
@@ -190,9 +192,12 @@ kl_client *kl_group_client(kl_client *client);
    server. */
 kl_return_t kl_set_client_version(kl_client *client, kl_client_version version);
 /* Connect and reply time-out in milliseconds (default and 0: 1000 ms). One
-   call waits on its servers for at most twice this in all, however many
-   servers and groups it visits; a server that used up the call's time is
-   reported failed for that call. */
+   round of a call (its commands sent to every server it needs, their replies
+   read, fail-over included) waits for at most twice this in all, however
+   many servers and groups it visits; the few calls made of several rounds
+   (a read and then a write, as kl_spop_whole and kl_sunionstore) get that per
+   round. A server the round had no time left for fails that call only; it
+   is not marked down. */
 kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout_ms);
 /* How long a failed server stays marked down before a reconnect, in ms
    (default 1000; 0 retries on the next call). */
@@ -246,8 +251,8 @@ uint8_t kl_check_result(kl_return_t result, kl_return_t expected);
    groups lacking it or holding a different copy. ttl: low 30 bits seconds (0:
    none); KL_DURABLE_TTL_BIT keeps the source TTL; KL_COMMIT_BIT makes the first
    group that answers the source, and when it lacks the key deletes it
-   elsewhere. *groups (may be NULL) = groups repaired. No group holds it:
-   KL_NOTFOUND; a group left unrepaired sets KL_DIRTY. */
+   elsewhere. *groups (may be NULL) = groups repaired. No group holds it (and
+   no KL_COMMIT_BIT): KL_NOTFOUND; a group left unrepaired sets KL_DIRTY. */
 kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int *groups);
 
 /* ---- String and key commands ------------------------------------------ */
@@ -275,8 +280,9 @@ kl_return_t kl_get_whole(kl_client *client, char *key, size_t key_len, char **va
 kl_return_t kl_getset_whole(kl_client *client, char *key, size_t key_len, char *value,
                             size_t value_len, char **old_value, size_t *old_len, char *route,
                             size_t route_len);
-/* GET of every key, one pipelined batch per server (route_len > 0: one MGET on
-   the route's server); missing keys are NULL elements (length SIZE_MAX);
+/* GET of every key: one MGET per server and 256 keys, every server's commands
+   sent before any reply is read (route_len > 0: all on the route's server);
+   missing keys are NULL elements (length SIZE_MAX);
    policy KL_BEST_EFFORT_ON_FAIL or else KL_NULL_ON_FAIL; all servers failed:
    KL_SERVER_DOWN / KL_ALL_GROUP_SERVERS_DOWN. */
 kl_return_t kl_mget_whole(kl_client *client, char **keys, size_t count, size_t *key_lens,

@@ -107,8 +107,6 @@ function number(value, what, command) {
 
 // ---- What the readers give back to JavaScript values --------------------------
 
-const ASCII = /^[\x00-\x7f]*$/;
-
 /**
  * The readers hand back one character per byte (latin1). The caller gets the
  * UTF-8 decoding of those bytes, or the bytes themselves as a Buffer.
@@ -116,7 +114,10 @@ const ASCII = /^[\x00-\x7f]*$/;
 function decode(latin1, asBuffer) {
   if (latin1 === null || latin1 === undefined) return null;
   if (asBuffer) return Buffer.from(latin1, 'latin1');
-  if (ASCII.test(latin1)) return latin1;
+  // Every character below 0x80 (each takes one UTF-8 byte): the text is ASCII
+  // and already its own decoding. Measuring is several times faster than a
+  // regular expression over the string.
+  if (Buffer.byteLength(latin1, 'utf8') === latin1.length) return latin1;
   return Buffer.from(latin1, 'latin1').toString('utf8');
 }
 
@@ -130,6 +131,22 @@ const SIZE_MAX_LOW = -1; // ulongp_value of SIZE_MAX: only the low 32 bits come 
  * back on every path, exceptions included. Replies are released before the cell
  * that holds them (reverse order of registration).
  */
+// Idle { v, n } pairs of Scope.value(), at most MAX_IDLE_VALUE_CELLS of them.
+const idleValueCells = [];
+const MAX_IDLE_VALUE_CELLS = 8;
+
+function recycleValueCells(cells) {
+  if (idleValueCells.length < MAX_IDLE_VALUE_CELLS) {
+    // As new: some commands write the text and leave the length for the
+    // reader to find (a zero length reads up to the NUL).
+    kl.ulongp_assign(cells.n, 0);
+    idleValueCells.push(cells);
+    return;
+  }
+  kl.delete_charpp(cells.v);
+  kl.delete_ulongp(cells.n);
+}
+
 class Scope {
   constructor() {
     this.releases = [];
@@ -155,14 +172,16 @@ class Scope {
     if (failure) throw failure;
   }
 
-  // One text reply: a char ** cell and its size_t length cell.
+  // One text reply: a char ** cell and its size_t length cell. The pair is
+  // taken from a small pool of idle pairs (making and finalising two cells
+  // costs more than the rest of a GET's JavaScript side) and given back
+  // empty: the reply is released first, which nulls the cell, and the length
+  // goes back to 0.
   value() {
-    const v = kl.new_charpp();
-    this.add(kl.delete_charpp, v);
-    this.add(kl.kl_free_php_reply_p, v);
-    const n = kl.new_ulongp();
-    this.add(kl.delete_ulongp, n);
-    return { v, n };
+    const cells = idleValueCells.pop() ?? { v: kl.new_charpp(), n: kl.new_ulongp() };
+    this.add(recycleValueCells, cells);
+    this.add(kl.kl_free_php_reply_p, cells.v);
+    return cells;
   }
 
   // A size_t count cell.

@@ -32,6 +32,15 @@ void fail(kl_client *client, Batch &b, const char *why) {
   drop_failed(client, b.server, why);
 }
 
+// The call has no time left for this server: it is not its fault, so it is
+// not marked down, but whatever was queued on the connection must go.
+void out_of_time(kl_client *client, Batch &b) {
+  b.failed = true;
+  b.replies.clear();
+  log_event(client, KL_LEVEL_WARNING, "no time left for %s in this call", b.server->name.c_str());
+  disconnect_server(b.server);
+}
+
 // Decimal digits of v.
 size_t digits(size_t v) {
   size_t n = 1;
@@ -145,7 +154,7 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
     Batch &b = batches[k];
     if (b.size() == 0 || b.failed) continue;
     if (!arm_timeout(client, b.server)) {
-      fail(client, b, "out of time");
+      out_of_time(client, b);
       continue;
     }
     int done = 0;
@@ -160,7 +169,7 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
     Batch &b = batches[k];
     if (b.size() == 0 || b.failed) continue;
     if (!arm_timeout(client, b.server)) {
-      fail(client, b, "out of time");
+      out_of_time(client, b);
       continue;
     }
     b.replies.resize(b.size());
@@ -238,6 +247,9 @@ kl_return_t run_write(kl_client *client, Route route, Command *cmds, size_t n,
     }
     kl_return_t code = interpret(b.replies, !answered);
     if (!answered) result = code;
+    // A group that answered otherwise (an error reply, a key it did or did
+    // not have) now holds another copy than the first: dirty as well.
+    else if (code != result) some_failed = true;
     answered = true;
   }
   if (!answered) return down_code(client);
@@ -261,6 +273,31 @@ kl_return_t run_read(kl_client *client, Route route, Command *cmds, size_t n,
   }
   return down_code(client);
 }
+
+namespace {
+
+// The code of a call over many items, from what each item got: success, or
+// KL_PARTIAL_RESULT when some items got no answer and the policy is
+// KL_BEST_EFFORT_ON_FAIL, with KL_DIRTY when a write missed a group; else
+// (nothing answered, or KL_NULL_ON_FAIL and something missing) the code of
+// servers being down.
+kl_return_t multi_outcome(const kl_client *client, Access access, int policy,
+                          const std::vector<unsigned char> &answered,
+                          const std::vector<unsigned char> &missed) {
+  const size_t count = answered.size();
+  size_t failed = 0;
+  bool dirty = false;
+  for (size_t i = 0; i < count; ++i) {
+    if (!answered[i]) ++failed;
+    else if (missed[i] && access == Access::write) dirty = true;
+  }
+  if (failed > 0 && (policy != KL_BEST_EFFORT_ON_FAIL || failed == count))
+    return down_code(client);
+  kl_return_t result = failed ? KL_PARTIAL_RESULT : KL_SUCCESS;
+  return dirty ? static_cast<kl_return_t>(result | KL_DIRTY) : result;
+}
+
+}  // namespace
 
 kl_return_t run_multi(kl_client *client, Access access, const std::vector<Route> &routes,
                       std::vector<Command> &cmds, int policy, const OnItemReply &on_reply) {
@@ -319,16 +356,10 @@ kl_return_t run_multi(kl_client *client, Access access, const std::vector<Route>
     }
   }
 
-  size_t failed = 0;
-  bool dirty = false;
-  for (size_t i = 0; i < n; ++i) {
-    if (!answered[i]) ++failed;
-    else if (missed[i] && access == Access::write) dirty = true;
-  }
-  if (failed > 0 && (policy != KL_BEST_EFFORT_ON_FAIL || failed == n)) return down_code(client);
-  for (size_t i = 0; i < n; ++i) on_reply(i, chosen[i].get());
-  kl_return_t result = failed ? KL_PARTIAL_RESULT : KL_SUCCESS;
-  return dirty ? static_cast<kl_return_t>(result | KL_DIRTY) : result;
+  kl_return_t result = multi_outcome(client, access, policy, answered, missed);
+  if (kl_get_result(result) == KL_SUCCESS || kl_get_result(result) == KL_PARTIAL_RESULT)
+    for (size_t i = 0; i < n; ++i) on_reply(i, chosen[i].get());
+  return result;
 }
 
 namespace {
@@ -535,16 +566,7 @@ kl_return_t chunked(kl_client *client, Access access, const Route *routes, size_
     }
   }
 
-  size_t failed = 0;
-  bool dirty = false;
-  for (size_t i = 0; i < count; ++i) {
-    if (!answered[i]) ++failed;
-    else if (missed[i] && access == Access::write) dirty = true;
-  }
-  if (failed > 0 && (policy != KL_BEST_EFFORT_ON_FAIL || failed == count))
-    return down_code(client);
-  kl_return_t result = failed ? KL_PARTIAL_RESULT : KL_SUCCESS;
-  return dirty ? static_cast<kl_return_t>(result | KL_DIRTY) : result;
+  return multi_outcome(client, access, policy, answered, missed);
 }
 
 }  // namespace

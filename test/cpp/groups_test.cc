@@ -110,6 +110,20 @@ TEST(Groups, DirtyWithCommitDeletesWhereTheSourceHasNone) {
   EXPECT_GT(ttl, 40);
 }
 
+TEST(Groups, GroupsThatAnswerDifferentlyMakeTheWriteDirty) {
+  TestCluster cluster(2, 2);
+  kl_client *c = cluster.client();
+  ASSERT_TRUE(cluster.direct(0, {"SET", "split", "old"}));  // only in the first group
+  // The first group refuses (the key exists), the second takes the value: the
+  // copies now differ, which the dirty bit says.
+  kl_return_t r = kl_setnx(c, mut("split"), 5, mut("new"), 3, 0);
+  EXPECT_EQ(kl_get_result(r), KL_ALREADY_EXISTS);
+  EXPECT_TRUE(kl_is_dirty(r));
+  // Both groups agree: clean.
+  EXPECT_EQ(kl_set(c, mut("split"), 5, mut("same"), 4, 0), KL_SUCCESS);
+  EXPECT_EQ(kl_setnx(c, mut("split"), 5, mut("x"), 1, 0), KL_ALREADY_EXISTS);
+}
+
 TEST(Groups, EveryGroupDown) {
   TestCluster cluster(2, 2);
   cluster.server(0).kill();
