@@ -189,8 +189,9 @@ TEST_F(Hashes, InvalidArgumentsSendNothing) {
 }
 
 TEST_F(HashesOnTwoServers, MultiKeyReadsKeepTheCallersOrder) {
+  // Add keys until both servers hold some (placement depends on the ports).
   Strings keys;
-  for (int i = 0; i < 8; ++i) {
+  for (int i = 0; i < 64 && (i < 8 || cluster.dbsize(0) == 0 || cluster.dbsize(1) == 0); ++i) {
     keys.push_back(numbered("h", i));
     ASSERT_EQ(set(keys.back(), "a", numbered("a", i)), KL_SUCCESS);
     if (i % 2) {
@@ -208,7 +209,7 @@ TEST_F(HashesOnTwoServers, MultiKeyReadsKeepTheCallersOrder) {
                       &values, &count, &lens),
             KL_SUCCESS);
   Strings want;
-  for (int i = 0; i < 8; ++i) {
+  for (int i = 0; i + 1 < static_cast<int>(keys.size()); ++i) {
     want.push_back(i % 2 ? numbered("b", i) : kNil);
     want.push_back(numbered("a", i));
   }
