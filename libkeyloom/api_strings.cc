@@ -115,7 +115,7 @@ kl_return_t kl_get_whole(kl_client *client, char *key, size_t key_len, char **va
   } out{value, value_len};
   return run_read(client, route_of(key, key_len, route, route_len), &cmd, 1,
                   [client, &out](Replies &r, bool) {
-                    return put_reply_string(client, r[0].get(), out.value, out.len);
+                    return take_reply_string(client, r[0].get(), out.value, out.len);
                   });
 }
 
@@ -144,7 +144,7 @@ kl_return_t kl_getset_whole(kl_client *client, char *key, size_t key_len, char *
                        return KL_SUCCESS;
                      }
                      if (!fill) return expect_type(r[0].get(), REDIS_REPLY_STRING);
-                     return put_reply_string(client, r[0].get(), out.value, out.len);
+                     return take_reply_string(client, r[0].get(), out.value, out.len);
                    });
 }
 

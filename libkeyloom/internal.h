@@ -318,6 +318,12 @@ kl_return_t put_bytes(const kl_client *client, const char *data, size_t len, cha
 // KL_WRONG_REPLY.
 kl_return_t put_reply_string(const kl_client *client, const redisReply *reply, char **out,
                              size_t *len_out);
+// As put_reply_string, but a string reply's own buffer is handed over instead
+// of copied when it can be freed as the caller's reply (no memory manager of
+// the caller's, hiredis on the C library's allocator); the reply keeps no
+// string then. For large values this saves a copy and an allocation as large.
+kl_return_t take_reply_string(const kl_client *client, redisReply *reply, char **out,
+                              size_t *len_out);
 // An array of n values (null entries / nil elements become a null element with
 // length SIZE_MAX) into *out, *lens and *count (each may be null).
 kl_return_t put_string_array(const kl_client *client, const redisReply *const *elements,

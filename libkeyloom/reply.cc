@@ -68,6 +68,31 @@ kl_return_t put_reply_string(const kl_client *client, const redisReply *reply, c
   }
 }
 
+namespace {
+
+// Whether hiredis frees reply strings with the C library's free().
+bool hiredis_uses_c_allocator() {
+#if HIREDIS_MAJOR >= 1
+  return hiredisAllocFns.freeFn == std::free;
+#else
+  return true;  // hiredis before 1.0 always uses malloc()/free()
+#endif
+}
+
+}  // namespace
+
+kl_return_t take_reply_string(const kl_client *client, redisReply *reply, char **out,
+                              size_t *len_out) {
+  if (!reply || reply->type != REDIS_REPLY_STRING || !out || !reply->str ||
+      (client && client->custom_mm) || !hiredis_uses_c_allocator())
+    return put_reply_string(client, reply, out, len_out);
+  *out = reply->str;  // NUL-terminated by hiredis
+  if (len_out) *len_out = reply->len;
+  reply->str = nullptr;
+  reply->len = 0;
+  return KL_SUCCESS;
+}
+
 kl_return_t put_string_array(const kl_client *client, const redisReply *const *elements,
                              size_t n, char ***out, size_t *count, size_t **lens) {
   char **values = nullptr;

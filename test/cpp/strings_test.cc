@@ -44,6 +44,29 @@ TEST_P(Strings, SetGetBinarySafe) {
   EXPECT_EQ(get("empty"), "");
 }
 
+TEST_P(Strings, LargeValuesComeBackWholeAndTerminated) {
+  // Larger than the reader's first buffers, with bytes of every value.
+  std::string value(3 * 1024 * 1024 + 7, '\0');
+  for (size_t i = 0; i < value.size(); ++i) value[i] = static_cast<char>(i * 131 + i / 7);
+  ASSERT_EQ(kl_set(c(), mut("large"), 5, value.data(), value.size(), 0), KL_SUCCESS);
+  char *got = nullptr;
+  size_t len = 0;
+  ASSERT_EQ(kl_get_whole(c(), mut("large"), 5, &got, &len, nullptr, 0), KL_SUCCESS);
+  ASSERT_EQ(len, value.size());
+  EXPECT_EQ(got[len], '\0');
+  EXPECT_EQ(std::string(got, len), value);
+  kl_free_php_reply_p(&got);
+
+  std::string next(value.rbegin(), value.rend());
+  ASSERT_EQ(kl_getset_whole(c(), mut("large"), 5, next.data(), next.size(), &got, &len, nullptr, 0),
+            KL_SUCCESS);
+  ASSERT_EQ(len, value.size());
+  EXPECT_EQ(got[len], '\0');
+  EXPECT_EQ(std::string(got, len), value);
+  kl_free_php_reply_p(&got);
+  EXPECT_EQ(get("large"), next);
+}
+
 TEST_P(Strings, InvalidParametersSendNothing) {
   char *value = nullptr;
   size_t len = 0;
