@@ -68,6 +68,18 @@ struct PtrArg {
 // copy is made on the heap.
 inline constexpr size_t kSmallString = 64;
 
+// The two allocations the module leaves to the process on purpose, each in a
+// function of its own so that leak checkers can name them (see
+// test/sanitizer/valgrind.supp).
+// A string argument's copy kept when a later argument fails: size bytes.
+[[gnu::noinline]] inline char* AbandonedStringCopy(const char* bytes, size_t size) {
+  auto* copy = new char[size];
+  std::memcpy(copy, bytes, size);
+  return copy;
+}
+// kl_set_binary's value buffer, which the library takes over.
+[[gnu::noinline]] inline char* BinaryValueBuffer(size_t size) { return new char[size]; }
+
 // char * and char const *: a string (a NUL-terminated UTF-8 copy that lives
 // for the call) or a _p_char proxy (its address, borrowed). With NullSentinel,
 // the C string "_NL_" is passed as a null pointer (the module's own
@@ -76,7 +88,7 @@ inline constexpr size_t kSmallString = 64;
 // The copy of a short string is made in the slot, a longer one with new[];
 // either is gone after a completed call. When a later argument fails, the
 // copy is left allocated on the heap, exactly UTF-8 length + 1 bytes, and never
-// freed (abandon). HeapCopy makes every copy on the heap and
+// freed (abandon, through AbandonedStringCopy). HeapCopy makes every copy on the heap and
 // releases it with delete[] after the call: delete_charp, whose C function
 // frees its argument, so that the deliberate double free stays what it is.
 template <class T, FixedString Text, bool NullSentinel = false, bool HeapCopy = false>
@@ -110,11 +122,10 @@ struct StrArg {
     if (s.alloc == SWIG_NEWOBJ && s.buf && s.buf != s.small) delete[] s.buf;
   }
   static void abandon(slot& s) {
-    if (s.alloc == SWIG_NEWOBJ && s.buf == s.small) {
-      auto* heap = new char[s.size];
-      std::memcpy(heap, s.small, s.size);
-      s.buf = heap;  // never freed
-    }
+    if (s.alloc != SWIG_NEWOBJ || !s.buf) return;
+    char* kept = AbandonedStringCopy(s.buf, s.size);  // never freed
+    if (s.buf != s.small) delete[] s.buf;
+    s.buf = kept;
   }
 };
 
@@ -188,7 +199,7 @@ struct BinaryArg {
   static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
     if (!value->IsString()) return SWIG_ERROR;
     v8::Local<v8::String> string = value.As<v8::String>();
-    s.buf = new char[static_cast<size_t>(string->Length()) + 1];
+    s.buf = BinaryValueBuffer(static_cast<size_t>(string->Length()) + 1);
     compat::WriteOneByteWhole(isolate, string, reinterpret_cast<uint8_t*>(s.buf));
     return 0;
   }

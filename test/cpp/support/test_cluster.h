@@ -40,5 +40,12 @@ class TestCluster {
 
 // Small helpers around the C interface.
 inline char *mut(const std::string &s) { return const_cast<char *>(s.c_str()); }
+// A literal lives for the whole program, so its pointer may be kept (in an
+// array of keys, say); the std::string overload's lives to the end of the
+// full expression only.
+template <size_t N>
+char *mut(const char (&literal)[N]) {
+  return const_cast<char *>(literal);
+}
 
 }  // namespace keyloom::test
