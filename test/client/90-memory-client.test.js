@@ -5,11 +5,7 @@
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const { servers, client, keyloom } = require('./support.js');
-const { measure, MB } = require('./memory.js');
-
-// AddressSanitizer holds freed blocks in its quarantine for a while, so rss
-// keeps rising under it whatever the client does.
-const rssLimitMB = /libasan/.test(process.env.LD_PRELOAD || '') ? 64 : 16;
+const { measure, MB, RSS_LIMIT_MB } = require('./memory.js');
 
 test('a million mixed operations keep rss and external memory flat after warm-up', { timeout: 600000 }, async (t) => {
   const [a, b] = await servers(2);
@@ -57,6 +53,6 @@ test('a million mixed operations keep rss and external memory flat after warm-up
   const growth = { rss: (r.late.rss - r.early.rss) / MB, external: (r.late.external - r.early.external) / MB };
   t.diagnostic(`ops ${r.done}; early ${JSON.stringify(r.early)}; late ${JSON.stringify(r.late)}`);
   assert.ok(r.early.n > 0 && r.late.n > 0, 'both windows have samples');
-  assert.ok(growth.rss < rssLimitMB, `rss grew by ${growth.rss.toFixed(1)} MB over ${r.done} operations`);
+  assert.ok(growth.rss < RSS_LIMIT_MB, `rss grew by ${growth.rss.toFixed(1)} MB over ${r.done} operations`);
   assert.ok(growth.external < 4, `external memory grew by ${growth.external.toFixed(1)} MB`);
 });
