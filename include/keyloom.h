@@ -309,10 +309,11 @@ kl_return_t kl_decrby(kl_client *client, char *key, size_t key_len, int by, int 
                       size_t ttl);
 /* EXISTS: KL_SUCCESS or KL_NOTFOUND. */
 kl_return_t kl_exists(kl_client *client, char *key, size_t key_len);
-/* DEL: KL_SUCCESS or KL_NOTFOUND. */
+/* DEL: KL_SUCCESS or KL_NOTFOUND. The member values kept beside a set, sorted
+   set or dictionary of that name are deleted with it. */
 kl_return_t kl_del(kl_client *client, char *key, size_t key_len);
 /* DEL of many keys, one pipelined batch per server; *deleted (may be NULL) =
-   how many existed. */
+   how many existed. Member values go with their keys, as in kl_del. */
 kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_lens,
                     int *deleted);
 /* TYPE into *type ("string", "list", ..., "none" for a missing key, which
@@ -333,7 +334,8 @@ kl_return_t kl_rename(kl_client *client, char *key, size_t key_len, char *new_ke
 /* RENAMENX: KL_ALREADY_EXISTS when new_key exists. */
 kl_return_t kl_renamenx(kl_client *client, char *key, size_t key_len, char *new_key,
                         size_t new_key_len);
-/* EXPIRE key ttl; ttl 0 removes the TTL (PERSIST); KL_NOTFOUND when absent. */
+/* EXPIRE key ttl; ttl 0 removes the TTL (PERSIST); KL_NOTFOUND when absent.
+   The member values kept beside a collection get the same TTL. */
 kl_return_t kl_set_ttl(kl_client *client, char *key, size_t key_len, size_t ttl);
 /* TTL into *ttl (-1 when the key has none); KL_NOTFOUND when absent. */
 kl_return_t kl_get_ttl(kl_client *client, char *key, size_t key_len, int *ttl);

@@ -1,6 +1,8 @@
 // Keys: existence, deletion, type, random key, renaming, time to live, MOVE.
 #include <cstring>
 
+#include "collection_ops.h"
+#include "collection_scripts.h"
 #include "exchange.h"
 #include "internal.h"
 
@@ -113,8 +115,8 @@ kl_return_t kl_del(kl_client *client, char *key, size_t key_len) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key);
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  cmds[0].arg("DEL").arg(k.view());
+  std::vector<Command> cmds;
+  cmds.push_back(script_with_companions(del_with_companions, k));
   return run_write(client, route_of(key, key_len), cmds,
                    [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
 }
@@ -126,13 +128,14 @@ kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_le
   for (size_t i = 0; i < count; ++i) KL_REQUIRE(keys[i]);
   std::vector<Key> ks;
   std::vector<Route> routes;
-  std::vector<Command> cmds(count);
-  ks.reserve(count);
+  std::vector<Command> cmds;
+  ks.reserve(count);  // the commands borrow the key names: no reallocation
   routes.reserve(count);
+  cmds.reserve(count);
   for (size_t i = 0; i < count; ++i) {
     ks.emplace_back(client, keys[i], key_lens[i]);
     routes.push_back(route_of(keys[i], key_lens[i]));
-    cmds[i].arg("DEL").arg(ks[i].view());
+    cmds.push_back(script_with_companions(del_with_companions, ks[i]));
   }
   long long total = 0;
   kl_return_t item_error = KL_SUCCESS;
@@ -200,19 +203,11 @@ kl_return_t kl_set_ttl(kl_client *client, char *key, size_t key_len, size_t ttl)
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key);
   Key k(client, key, key_len);
-  std::vector<Command> cmds(ttl > 0 ? 1 : 2);
-  if (ttl > 0) {
-    cmds[0].arg("EXPIRE").arg(k.view()).arg_int(static_cast<long long>(ttl));
-  } else {
-    // PERSIST answers 0 both for a missing key and a key without TTL.
-    cmds[0].arg("EXISTS").arg(k.view());
-    cmds[1].arg("PERSIST").arg(k.view());
-  }
-  return run_write(client, route_of(key, key_len), cmds, [](Replies &r, bool) {
-    kl_return_t code = one_or(r[0].get(), KL_NOTFOUND);
-    if (code != KL_SUCCESS || r.size() == 1) return code;
-    return expect_type(r[1].get(), REDIS_REPLY_INTEGER);
-  });
+  std::vector<Command> cmds;
+  cmds.push_back(script_with_companions(expire_with_companions, k));
+  cmds[0].arg_int(static_cast<long long>(ttl));  // 0: PERSIST
+  return run_write(client, route_of(key, key_len), cmds,
+                   [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
 }
 
 kl_return_t kl_get_ttl(kl_client *client, char *key, size_t key_len, int *ttl) {

@@ -1,5 +1,7 @@
 #include "collection_ops.h"
 
+#include <iterator>
+
 namespace keyloom {
 namespace {
 
@@ -29,6 +31,16 @@ Command script_command(Script &script, std::initializer_list<std::string_view> k
   Command cmd;
   script_call(cmd, script, keys, {});
   if (append) append(cmd);
+  return cmd;
+}
+
+Command script_with_companions(Script &script, const Key &key) {
+  static constexpr std::string_view kSuffixes[] = {kSetValuesSuffix, kZsetValuesSuffix,
+                                                   kDictValuesSuffix, kDictWeightsSuffix};
+  Command cmd;
+  cmd.set_script(&script, 0);
+  cmd.arg("EVALSHA").arg(script_digest(script)).arg_int(static_cast<long long>(1 + std::size(kSuffixes))).arg(key.view());
+  for (auto suffix : kSuffixes) cmd.arg_owned(companion(key, suffix));
   return cmd;
 }
 

@@ -44,6 +44,10 @@ kl_return_t write_keyed(kl_client *client, Route route, std::initializer_list<st
                         std::string_view name, size_t ttl, const AppendArgs &append,
                         const OnReply &on_reply);
 
+// `script` on key and all its companion keys (KEYS); ARGV may be appended.
+// key must outlive the command (its name is not copied).
+Command script_with_companions(Script &script, const Key &key);
+
 // A script whose first KEYS are `keys` and whose ARGV are appended by append.
 Command script_command(Script &script, std::initializer_list<std::string_view> keys,
                        const AppendArgs &append = {});

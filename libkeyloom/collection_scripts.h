@@ -82,4 +82,26 @@ end
 return result
 )lua", {}};
 
+// Whole-key commands that carry the companion keys along, so that deleting
+// or expiring a collection leaves no values hash behind.
+
+// KEYS: the key, then its companion keys. Returns 1 when the key existed
+// (DEL's count for the key alone).
+inline Script del_with_companions{R"lua(
+local existed = redis.call('DEL', KEYS[1])
+redis.call('DEL', unpack(KEYS, 2))
+return existed
+)lua", {}};
+
+// KEYS: the key, then its companion keys. ARGV[1]: seconds, or '0' to remove
+// the time to live. Returns 0 (and changes nothing) when the key does not
+// exist, else 1.
+inline Script expire_with_companions{R"lua(
+if redis.call('EXISTS', KEYS[1]) == 0 then return 0 end
+for _, key in ipairs(KEYS) do
+  if ARGV[1] == '0' then redis.call('PERSIST', key) else redis.call('EXPIRE', key, ARGV[1]) end
+end
+return 1
+)lua", {}};
+
 }  // namespace keyloom

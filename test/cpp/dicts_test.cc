@@ -121,6 +121,13 @@ TEST_F(Dicts, ADeletedDictionaryLeavesNothingBehind) {
   EXPECT_EQ(cluster.direct(0, {"HLEN", "d::keyloom:dvals"})->integer, 1);
 }
 
+TEST_F(Dicts, DeletingTheDictionaryDeletesItsValuesAndWeights) {
+  ASSERT_EQ(add("word", "v", 3), KL_SUCCESS);
+  EXPECT_EQ(cluster.dbsize(0), 3);
+  ASSERT_EQ(kl_del(c(), mut("d"), 1), KL_SUCCESS);
+  EXPECT_EQ(cluster.dbsize(0), 0);
+}
+
 TEST_F(Dicts, WrongTypeAndInvalidArguments) {
   cluster.direct(0, {"SET", "str", "x"});
   EXPECT_EQ(add("w", "v", 1, 100, "str"), KL_SERVER_ERROR);

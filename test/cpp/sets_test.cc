@@ -154,6 +154,28 @@ TEST_F(Sets, TtlCoversTheSetAndItsValues) {
   EXPECT_GT(cluster.direct(0, {"TTL", "s::keyloom:svals"})->integer, 400);
 }
 
+TEST_F(Sets, DeleteAndTtlTakeTheValuesAlong) {
+  ASSERT_EQ(addval("s", "a", "v"), KL_SUCCESS);
+  ASSERT_EQ(kl_set_ttl(c(), mut("s"), 1, 300), KL_SUCCESS);
+  EXPECT_GT(cluster.direct(0, {"TTL", "s::keyloom:svals"})->integer, 290);
+  ASSERT_EQ(kl_set_ttl(c(), mut("s"), 1, 0), KL_SUCCESS);
+  EXPECT_EQ(cluster.direct(0, {"TTL", "s::keyloom:svals"})->integer, -1);
+  EXPECT_EQ(kl_set_ttl(c(), mut("none"), 4, 300), KL_NOTFOUND);
+
+  ASSERT_EQ(kl_del(c(), mut("s"), 1), KL_SUCCESS);
+  EXPECT_EQ(cluster.dbsize(0), 0);
+  EXPECT_EQ(kl_del(c(), mut("s"), 1), KL_NOTFOUND);
+
+  ASSERT_EQ(addval("s", "a", "v"), KL_SUCCESS);
+  ASSERT_EQ(addval("t", "b", "w"), KL_SUCCESS);
+  char *keys[] = {mut("s"), mut("t"), mut("none")};
+  size_t lens[] = {1, 1, 4};
+  int deleted = -1;
+  ASSERT_EQ(kl_mdel(c(), keys, 3, lens, &deleted), KL_SUCCESS);
+  EXPECT_EQ(deleted, 2);  // the keys named, not their values hashes
+  EXPECT_EQ(cluster.dbsize(0), 0);
+}
+
 TEST_F(Sets, WrongTypeIsServerError) {
   cluster.direct(0, {"SET", "str", "x"});
   unsigned n = 0;
