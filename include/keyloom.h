@@ -269,7 +269,8 @@ kl_return_t kl_setnx(kl_client *client, char *key, size_t key_len, char *value,
 /* SET XX: KL_NOTFOUND when the key does not exist. */
 kl_return_t kl_setifx(kl_client *client, char *key, size_t key_len, char *value,
                       size_t value_len, size_t ttl);
-/* APPEND value to key. */
+/* APPEND value to key (ttl > 0: and EXPIRE, in one script, so a refused APPEND
+   sets no TTL). */
 kl_return_t kl_append(kl_client *client, char *key, size_t key_len, char *value,
                       size_t value_len, size_t ttl);
 /* GET key into *value / *value_len; KL_NOTFOUND when absent. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "collection_ops.h"
 #include "internal.h"
 
 using namespace keyloom;
@@ -85,21 +86,11 @@ kl_return_t kl_append(kl_client *client, char *key, size_t key_len, char *value,
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key && (value || value_len == 0));
   Key k(client, key, key_len);
-  Command cmds[4];
-  size_t n = 0;
-  if (ttl > 0) cmds[n++].arg("MULTI");
-  cmds[n++].arg("APPEND").arg(k.view()).arg(bytes(value), value_len);
-  if (ttl > 0) {
-    cmds[n++].arg("EXPIRE").arg(k.view()).arg_int(static_cast<long long>(ttl));
-    cmds[n++].arg("EXEC");
-  }
-  return run_write(client, route_of(key, key_len), cmds, n, [](Replies &r, bool) {
-    const redisReply *last = r.back().get();
-    if (r.size() == 1) return expect_type(last, REDIS_REPLY_INTEGER);
-    kl_return_t code = expect_type(last, REDIS_REPLY_ARRAY);
-    if (code != KL_SUCCESS) return last->type == REDIS_REPLY_NIL ? KL_SERVER_ERROR : code;
-    return last->elements > 0 ? expect_type(last->element[0], REDIS_REPLY_INTEGER) : KL_WRONG_REPLY;
-  });
+  // With a TTL, one script: a refused APPEND (wrong type) leaves the TTL alone.
+  return write_keyed(
+      client, route_of(key, key_len), {k.view()}, "APPEND", ttl,
+      [&](Command &cmd) { cmd.arg(bytes(value), value_len); },
+      [](const redisReply *reply, bool) { return expect_type(reply, REDIS_REPLY_INTEGER); });
 }
 
 kl_return_t kl_get_whole(kl_client *client, char *key, size_t key_len, char **value,

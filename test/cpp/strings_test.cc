@@ -115,6 +115,11 @@ TEST_P(Strings, AppendWithTtl) {
   ASSERT_EQ(kl_append(c(), mut("ap"), 2, mut("cd"), 2, 60), KL_SUCCESS);
   EXPECT_EQ(get("ap"), "abcd");
   EXPECT_GT(ttl("ap"), 0);
+
+  // A refused APPEND (the key holds a list) sets no TTL on it.
+  ASSERT_EQ(kl_lpush(c(), mut("list"), 4, mut("x"), 1, 0), KL_SUCCESS);
+  EXPECT_EQ(kl_append(c(), mut("list"), 4, mut("cd"), 2, 60), KL_SERVER_ERROR);
+  EXPECT_EQ(ttl("list"), -1);
 }
 
 TEST_P(Strings, GetSet) {
