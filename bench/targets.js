@@ -19,8 +19,8 @@ function ratioTarget(id, text, num, den, cmp, bound, reason) {
 
 const REASON = {
   call: 'exports object is a dictionary (every `kl.fn` a LoadIC lookup) and each pointer argument pays ~57 instructions of out-of-line checks; PROFILE.md "Call overhead"',
-  rt: 'the rest is on the JavaScript side, outside libkeyloom (whose GET is now 2.9 k instructions with no allocation but the value\'s copy): the exact layer\'s reader builds a UTF-16 string byte by byte, the client reads the raw bytes and runs `decode` (lib/client-support.js: an ASCII regular expression over the value, a Buffer round trip otherwise), both in proportion to the value\'s size; PROFILE.md "One command per round trip"',
-  mget: 'libkeyloom\'s share is now below the C loop\'s whole call (86 k vs 157 k instructions), but the exact layer also reads the 100 values into JS strings (`charppp_value`, 43 k) and releases them (15 k), and the output format needs one allocation per value; PROFILE.md "Multi-key reads"',
+  rt: 'what is left is on the JavaScript side, outside libkeyloom (whose GET is 2.9 k instructions with no allocation but the value\'s copy): the exact layer\'s reader makes a one-byte string of the value and the client also decodes it, both in proportion to the value\'s size; PROFILE.md "One command per round trip"',
+  mget: 'on the margin: the ratio moves by a few hundredths from run to run on this machine (0.87x and 0.81x in two full runs of 2026-11-22; see the spread table). libkeyloom\'s share is below the C loop\'s whole call (86 k vs 157 k instructions), but the exact layer also reads the 100 values into JS strings (`charppp_value`, 43 k) and releases them (15 k), and the output format needs one allocation per value, each freed on its own; PROFILE.md "Multi-key reads"',
   mem: 'values are copied into the output as the reader parses them and no reply is held; what remains above one copy of the payload is hiredis\'s read buffer and allocator overhead; PROFILE.md "Memory"',
 };
 
