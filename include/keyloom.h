@@ -329,7 +329,8 @@ kl_return_t kl_keys(kl_client *client, char *pattern, size_t pattern_len, char *
    every server is empty. */
 kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len);
 /* RENAME; keys on different servers are moved with DUMP/RESTORE keeping the
-   TTL; KL_NOTFOUND when key does not exist. */
+   TTL; a collection's member values and weights move with it. KL_NOTFOUND
+   when key does not exist. */
 kl_return_t kl_rename(kl_client *client, char *key, size_t key_len, char *new_key,
                       size_t new_key_len);
 /* RENAMENX: KL_ALREADY_EXISTS when new_key exists. */
@@ -346,8 +347,8 @@ kl_return_t kl_dbsize(kl_client *client, unsigned int *size, char const *group,
 /* SELECT db (>= 0) on every connection (remembered for reconnects); the
    prefix of db (kl_set_database_key) applies from now on. */
 kl_return_t kl_select(kl_client *client, int db, kl_return_t **results);
-/* MOVE key to database db: KL_NOTFOUND when absent, KL_ALREADY_EXISTS when db
-   holds it already. */
+/* MOVE key (with a collection's member values and weights) to database db:
+   KL_NOTFOUND when absent, KL_ALREADY_EXISTS when db holds it already. */
 kl_return_t kl_move(kl_client *client, char *key, size_t key_len, int db);
 /* FLUSHALL on every server of group (an unknown group: KL_INVALID_PARAMETER;
    "_NL_" when no group has that name: every group; a failed server's code:

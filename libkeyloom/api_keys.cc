@@ -33,7 +33,15 @@ bool run_on(kl_client *client, Server *server, std::vector<Command> &cmds, Repli
   return true;
 }
 
-// RENAME/RENAMENX within one group. `failed` when a server could not be used.
+// The key's name and its companions' names: what a rename moves.
+std::vector<std::string> names_with_companions(const Key &key) {
+  std::vector<std::string> names{std::string(key.view())};
+  for (auto suffix : kCompanionSuffixes) names.push_back(companion(key, suffix));
+  return names;
+}
+
+// RENAME/RENAMENX within one group; a collection's companion keys go along.
+// `failed` when a server could not be used.
 kl_return_t rename_in_group(kl_client *client, const Group &group, const Key &src, Route src_route,
                             const Key &dst, Route dst_route, bool nx, bool *failed) {
   *failed = false;
@@ -41,35 +49,58 @@ kl_return_t rename_in_group(kl_client *client, const Group &group, const Key &sr
   Server *to = server_for(group, dst_route);
   Replies r;
   if (from == to) {
-    std::vector<Command> cmds(1);
-    cmds[0].arg(nx ? "RENAMENX" : "RENAME").arg(src.view()).arg(dst.view());
+    std::vector<Command> cmds;
+    cmds.push_back(script_with_companions(rename_with_companions, {src, dst}));
+    cmds[0].arg(nx ? "RENAMENX" : "RENAME");
     if (!run_on(client, from, cmds, &r)) return *failed = true, KL_SERVER_DOWN;
     if (error_starts(r[0].get(), "ERR no such key")) return KL_NOTFOUND;
     if (nx) return one_or(r[0].get(), KL_ALREADY_EXISTS);
     return expect_type(r[0].get(), REDIS_REPLY_STATUS);
   }
-  // Across servers: DUMP and PTTL here, RESTORE there, then DEL here.
-  std::vector<Command> dump(2);
-  dump[0].arg("DUMP").arg(src.view());
-  dump[1].arg("PTTL").arg(src.view());
+  // Across servers: DUMP and PTTL of the key and its companions here, RESTORE
+  // there (the key first, so that RENAMENX can refuse before anything else
+  // is written), then DEL here.
+  const std::vector<std::string> from_names = names_with_companions(src);
+  const std::vector<std::string> to_names = names_with_companions(dst);
+  std::vector<Command> dump;
+  for (const std::string &name : from_names) {
+    dump.emplace_back("DUMP").arg(name);
+    dump.emplace_back("PTTL").arg(name);
+  }
   if (!run_on(client, from, dump, &r)) return *failed = true, KL_SERVER_DOWN;
   if (r[0]->type == REDIS_REPLY_NIL) return KL_NOTFOUND;
+  // RESTORE of dumped key i as to_names[i]; DEL of to_names[i] when there is
+  // nothing to restore, so that no stale companion stays beside the key.
+  auto restore = [&](size_t i, bool replace, Command &cmd) {
+    const redisReply *payload = r[2 * i].get();
+    if (!payload || payload->type != REDIS_REPLY_STRING) {
+      cmd.arg("DEL").arg(to_names[i]);
+      return;
+    }
+    long long pttl = 0;
+    if (!reply_integer(r[2 * i + 1].get(), &pttl) || pttl < 0) pttl = 0;
+    cmd.arg("RESTORE").arg(to_names[i]).arg_int(pttl).arg(payload->str, payload->len);
+    if (replace) cmd.arg("REPLACE");
+  };
   kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_STRING);
   if (code != KL_SUCCESS) return code;
-  long long pttl = 0;
-  if (!reply_integer(r[1].get(), &pttl) || pttl < 0) pttl = 0;
-
-  std::vector<Command> restore(1);
-  restore[0].arg("RESTORE").arg(dst.view()).arg_int(pttl).arg(r[0]->str, r[0]->len);
-  if (!nx) restore[0].arg("REPLACE");
+  std::vector<Command> key_restore(1);
+  restore(0, !nx, key_restore[0]);
   Replies rr;
-  if (!run_on(client, to, restore, &rr)) return *failed = true, KL_SERVER_DOWN;
+  if (!run_on(client, to, key_restore, &rr)) return *failed = true, KL_SERVER_DOWN;
   if (error_starts(rr[0].get(), "BUSYKEY")) return KL_ALREADY_EXISTS;
   code = expect_type(rr[0].get(), REDIS_REPLY_STATUS);
   if (code != KL_SUCCESS) return code;
 
-  std::vector<Command> del(1);
-  del[0].arg("DEL").arg(src.view());
+  std::vector<Command> companions(kCompanionCount);
+  for (size_t i = 1; i <= kCompanionCount; ++i) restore(i, true, companions[i - 1]);
+  if (!run_on(client, to, companions, &rr)) return *failed = true, KL_SERVER_DOWN;
+  for (const Reply &reply : rr) {
+    if (reply && reply->type == REDIS_REPLY_ERROR) return KL_SERVER_ERROR;
+  }
+
+  std::vector<Command> del;
+  del.push_back(script_with_companions(del_with_companions, {src}));
   if (!run_on(client, from, del, &r)) return *failed = true, KL_SERVER_DOWN;
   return expect_type(r[0].get(), REDIS_REPLY_INTEGER);
 }
@@ -116,7 +147,7 @@ kl_return_t kl_del(kl_client *client, char *key, size_t key_len) {
   KL_REQUIRE(key);
   Key k(client, key, key_len);
   std::vector<Command> cmds;
-  cmds.push_back(script_with_companions(del_with_companions, k));
+  cmds.push_back(script_with_companions(del_with_companions, {k}));
   return run_write(client, route_of(key, key_len), cmds,
                    [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
 }
@@ -135,7 +166,7 @@ kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_le
   for (size_t i = 0; i < count; ++i) {
     ks.emplace_back(client, keys[i], key_lens[i]);
     routes.push_back(route_of(keys[i], key_lens[i]));
-    cmds.push_back(script_with_companions(del_with_companions, ks[i]));
+    cmds.push_back(script_with_companions(del_with_companions, {ks[i]}));
   }
   long long total = 0;
   kl_return_t item_error = KL_SUCCESS;
@@ -204,7 +235,7 @@ kl_return_t kl_set_ttl(kl_client *client, char *key, size_t key_len, size_t ttl)
   KL_REQUIRE(key);
   Key k(client, key, key_len);
   std::vector<Command> cmds;
-  cmds.push_back(script_with_companions(expire_with_companions, k));
+  cmds.push_back(script_with_companions(expire_with_companions, {k}));
   cmds[0].arg_int(static_cast<long long>(ttl));  // 0: PERSIST
   return run_write(client, route_of(key, key_len), cmds,
                    [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
@@ -229,11 +260,13 @@ kl_return_t kl_move(kl_client *client, char *key, size_t key_len, int db) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(key && db >= 0);
   Key k(client, key, key_len);
-  std::vector<Command> cmds(2);
-  cmds[0].arg("EXISTS").arg(k.view());
-  cmds[1].arg("MOVE").arg(k.view()).arg_int(db);
+  std::vector<Command> cmds;
+  cmds.push_back(script_with_companions(move_with_companions, {k}));
+  cmds[0].arg_int(db);
   return run_write(client, route_of(key, key_len), cmds, [](Replies &r, bool) {
-    kl_return_t code = one_or(r[0].get(), KL_NOTFOUND);
-    return code != KL_SUCCESS ? code : one_or(r[1].get(), KL_ALREADY_EXISTS);
+    kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_INTEGER);
+    if (code != KL_SUCCESS) return code;
+    if (r[0]->integer < 0) return KL_NOTFOUND;
+    return r[0]->integer == 0 ? KL_ALREADY_EXISTS : KL_SUCCESS;
   });
 }

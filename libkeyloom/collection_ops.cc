@@ -1,7 +1,5 @@
 #include "collection_ops.h"
 
-#include <iterator>
-
 namespace keyloom {
 namespace {
 
@@ -34,13 +32,14 @@ Command script_command(Script &script, std::initializer_list<std::string_view> k
   return cmd;
 }
 
-Command script_with_companions(Script &script, const Key &key) {
-  static constexpr std::string_view kSuffixes[] = {kSetValuesSuffix, kZsetValuesSuffix,
-                                                   kDictValuesSuffix, kDictWeightsSuffix};
+Command script_with_companions(Script &script, std::initializer_list<std::reference_wrapper<const Key>> keys) {
   Command cmd;
   cmd.set_script(&script, 0);
-  cmd.arg("EVALSHA").arg(script_digest(script)).arg_int(static_cast<long long>(1 + std::size(kSuffixes))).arg(key.view());
-  for (auto suffix : kSuffixes) cmd.arg_owned(companion(key, suffix));
+  cmd.arg("EVALSHA").arg(script_digest(script)).arg_int(static_cast<long long>(keys.size() * (1 + kCompanionCount)));
+  for (const Key &key : keys) {
+    cmd.arg(key.view());
+    for (auto suffix : kCompanionSuffixes) cmd.arg_owned(companion(key, suffix));
+  }
   return cmd;
 }
 

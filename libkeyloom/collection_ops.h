@@ -6,6 +6,7 @@
 #include <cmath>
 #include <functional>
 #include <initializer_list>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,10 @@ inline constexpr std::string_view kSetValuesSuffix = "::keyloom:svals";    // ha
 inline constexpr std::string_view kZsetValuesSuffix = "::keyloom:zvals";   // hash member -> value
 inline constexpr std::string_view kDictValuesSuffix = "::keyloom:dvals";   // hash word -> value
 inline constexpr std::string_view kDictWeightsSuffix = "::keyloom:dwts";   // hash word -> weight
+
+inline constexpr std::string_view kCompanionSuffixes[] = {kSetValuesSuffix, kZsetValuesSuffix,
+                                                         kDictValuesSuffix, kDictWeightsSuffix};
+inline constexpr size_t kCompanionCount = std::size(kCompanionSuffixes);
 
 inline std::string companion(const Key &key, std::string_view suffix) {
   std::string name(key.view());
@@ -44,9 +49,9 @@ kl_return_t write_keyed(kl_client *client, Route route, std::initializer_list<st
                         std::string_view name, size_t ttl, const AppendArgs &append,
                         const OnReply &on_reply);
 
-// `script` on key and all its companion keys (KEYS); ARGV may be appended.
-// key must outlive the command (its name is not copied).
-Command script_with_companions(Script &script, const Key &key);
+// `script` with KEYS: each key followed by all its companion keys; ARGV may
+// be appended. The keys must outlive the command (their names are not copied).
+Command script_with_companions(Script &script, std::initializer_list<std::reference_wrapper<const Key>> keys);
 
 // A script whose first KEYS are `keys` and whose ARGV are appended by append.
 Command script_command(Script &script, std::initializer_list<std::string_view> keys,

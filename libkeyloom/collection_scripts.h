@@ -104,4 +104,45 @@ end
 return 1
 )lua", {}};
 
+// KEYS: the source key and its companion keys, then the destination key and
+// its companion keys (as many). ARGV[1]: 'RENAME' or 'RENAMENX'. Answers as
+// that command does; the companions follow the key, and a destination's own
+// companions go when the source has none to replace them.
+inline Script rename_with_companions{R"lua(
+local n = #KEYS / 2
+local reply = redis.pcall(ARGV[1], KEYS[1], KEYS[n + 1])
+if type(reply) == 'table' and reply.err then return reply end
+if reply == 0 then return 0 end
+for i = 2, n do
+  if redis.call('EXISTS', KEYS[i]) == 1 then redis.call('RENAME', KEYS[i], KEYS[n + i])
+  else redis.call('DEL', KEYS[n + i]) end
+end
+return reply
+)lua", {}};
+
+// KEYS: the key, then its companion keys. ARGV[1]: the target database.
+// Returns -1 when the key does not exist, 0 when the target database already
+// holds it (nothing moves), else 1. The companions travel as DUMP/RESTORE
+// with REPLACE, so that ones left in the target database by a collection
+// that is gone there are replaced, and the script never has to SELECT its
+// way back.
+inline Script move_with_companions{R"lua(
+if redis.call('EXISTS', KEYS[1]) == 0 then return -1 end
+if redis.call('MOVE', KEYS[1], ARGV[1]) == 0 then return 0 end
+local dumped = {}
+for i = 2, #KEYS do
+  local payload = redis.call('DUMP', KEYS[i])
+  if payload then
+    dumped[i] = {payload, math.max(redis.call('PTTL', KEYS[i]), 0)}
+    redis.call('DEL', KEYS[i])
+  end
+end
+redis.call('SELECT', ARGV[1])
+for i = 2, #KEYS do
+  if dumped[i] then redis.call('RESTORE', KEYS[i], dumped[i][2], dumped[i][1], 'REPLACE')
+  else redis.call('DEL', KEYS[i]) end
+end
+return 1
+)lua", {}};
+
 }  // namespace keyloom

@@ -176,6 +176,30 @@ TEST_F(Sets, DeleteAndTtlTakeTheValuesAlong) {
   EXPECT_EQ(cluster.dbsize(0), 0);
 }
 
+TEST_F(Sets, MoveTakesTheValuesAlong) {
+  // Database 1 holds a values hash of a set that is gone there: the move
+  // must replace it, not merge with it.
+  auto in_db1 = [&](const std::string &lua, const std::string &key) {
+    return cluster.direct(0, {"EVAL", "redis.call('SELECT', 1) " + lua, "1", key});
+  };
+  in_db1("return redis.call('HSET', KEYS[1], 'b', 'stale')", "m::keyloom:svals");
+  ASSERT_EQ(addval("m", "a", "v", 500), KL_SUCCESS);
+  ASSERT_EQ(add("m", "b"), KL_SUCCESS);
+  ASSERT_EQ(kl_move(c(), mut("m"), 1, 1), KL_SUCCESS);
+  EXPECT_EQ(cluster.dbsize(0), 0);
+  EXPECT_GT(in_db1("return redis.call('PTTL', KEYS[1])", "m::keyloom:svals")->integer, 400000);
+  ASSERT_EQ(kl_select(c(), 1, nullptr), KL_SUCCESS);
+  EXPECT_EQ(val("m", "a"), "v");
+  EXPECT_EQ(kl_sismemberval(c(), lit("m"), 1, lit("b"), 1), KL_SET_EMPTY_VALUE);  // not "stale"
+
+  // Refused (the target holds the key) or nothing to move: nothing changes.
+  ASSERT_EQ(kl_select(c(), 0, nullptr), KL_SUCCESS);
+  ASSERT_EQ(addval("m", "c", "x"), KL_SUCCESS);
+  EXPECT_EQ(kl_move(c(), mut("m"), 1, 1), KL_ALREADY_EXISTS);
+  EXPECT_EQ(val("m", "c"), "x");
+  EXPECT_EQ(kl_move(c(), mut("none"), 4, 1), KL_NOTFOUND);
+}
+
 TEST_F(Sets, WrongTypeIsServerError) {
   cluster.direct(0, {"SET", "str", "x"});
   unsigned n = 0;
@@ -270,6 +294,43 @@ TEST_F(SetsOnTwoServers, UnionMergesKeysFromBothServers) {
                            KL_NULL_ON_FAIL, 0),
             KL_SUCCESS);
   EXPECT_EQ(members("dest"), Strings{kl_strerror(KL_NOTFOUND)});
+}
+
+TEST_F(SetsOnTwoServers, RenameTakesTheValuesAlong) {
+  const std::string values = "::keyloom:svals";
+  auto server_of = [&](const std::string &key) {
+    return cluster.direct(0, {"EXISTS", key})->integer == 1 ? 0 : 1;
+  };
+  auto anywhere = [&](const std::string &key) {
+    return cluster.direct(0, {"EXISTS", key})->integer + cluster.direct(1, {"EXISTS", key})->integer;
+  };
+  // Pairs until both kinds were seen: on one server (one script) and across
+  // the two (DUMP and RESTORE); which is which depends on the random ports.
+  bool same_seen = false, across_seen = false;
+  for (int i = 0; i < 64 && (i < 4 || !same_seen || !across_seen); ++i) {
+    std::string from = numbered("from", i), to = numbered("to", i);
+    ASSERT_EQ(addval(from, "a", "v", 500), KL_SUCCESS);
+    ASSERT_EQ(addval(to, "old", "w"), KL_SUCCESS);  // a destination with values of its own
+    (server_of(from) == server_of(to) ? same_seen : across_seen) = true;
+    ASSERT_EQ(kl_rename(c(), mut(from), from.size(), mut(to), to.size()), KL_SUCCESS) << i;
+    EXPECT_EQ(members(to, SET_WITH_VALUES), Strings{"a=v"}) << i;
+    EXPECT_EQ(anywhere(from + values), 0) << i;
+    EXPECT_GT(cluster.direct(server_of(to), {"TTL", to + values})->integer, 400) << i;
+
+    // A source without values leaves none of the destination's behind.
+    ASSERT_EQ(add(from, "b"), KL_SUCCESS);
+    ASSERT_EQ(kl_rename(c(), mut(from), from.size(), mut(to), to.size()), KL_SUCCESS) << i;
+    EXPECT_EQ(anywhere(to + values), 0) << i;
+    EXPECT_EQ(kl_sismemberval(c(), mut(to), to.size(), lit("b"), 1), KL_SET_EMPTY_VALUE) << i;
+
+    // RENAMENX onto an existing set moves nothing.
+    ASSERT_EQ(addval(from, "c", "x"), KL_SUCCESS);
+    EXPECT_EQ(kl_renamenx(c(), mut(from), from.size(), mut(to), to.size()), KL_ALREADY_EXISTS) << i;
+    EXPECT_EQ(val(from, "c"), "x") << i;
+    EXPECT_EQ(members(to), Strings{"b"}) << i;
+  }
+  EXPECT_TRUE(same_seen);
+  EXPECT_TRUE(across_seen);
 }
 
 TEST_F(SetsOnTwoServers, UnionPolicyWhenAServerIsDown) {
