@@ -247,8 +247,9 @@ kl_return_t kl_get_result(kl_return_t result);
 uint8_t kl_is_dirty(kl_return_t result);
 /* 1 when kl_get_result(result) == expected, else 0. */
 uint8_t kl_check_result(kl_return_t result, kl_return_t expected);
-/* Read repair: copies key (DUMP/RESTORE) from the first group holding it to the
-   groups lacking it or holding a different copy. ttl: low 30 bits seconds (0:
+/* Read repair: copies key (DUMP/RESTORE), with a collection's member values and
+   weights, from the first group holding it to the groups lacking it or holding
+   a different copy. ttl: low 30 bits seconds (0:
    none); KL_DURABLE_TTL_BIT keeps the source TTL; KL_COMMIT_BIT makes the first
    group that answers the source, and when it lacks the key deletes it
    elsewhere. *groups (may be NULL) = groups repaired. No group holds it (and

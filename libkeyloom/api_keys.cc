@@ -33,13 +33,6 @@ bool run_on(kl_client *client, Server *server, std::vector<Command> &cmds, Repli
   return true;
 }
 
-// The key's name and its companions' names: what a rename moves.
-std::vector<std::string> names_with_companions(const Key &key) {
-  std::vector<std::string> names{std::string(key.view())};
-  for (auto suffix : kCompanionSuffixes) names.push_back(companion(key, suffix));
-  return names;
-}
-
 // RENAME/RENAMENX within one group; a collection's companion keys go along.
 // `failed` when a server could not be used.
 kl_return_t rename_in_group(kl_client *client, const Group &group, const Key &src, Route src_route,

@@ -1,6 +1,7 @@
 // Result codes, their texts, and the read repair of dirty keys.
 #include <cstring>
 
+#include "collection_ops.h"
 #include "exchange.h"
 #include "internal.h"
 
@@ -70,12 +71,17 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
   const bool commit = flags & KL_COMMIT_BIT;
   const long long seconds = flags & ~(KL_DURABLE_TTL_BIT | KL_COMMIT_BIT);
 
+  // The key and its companion keys (a collection's member values and
+  // weights) are one unit: probed, compared, copied and deleted together.
   Key k(client, key, key_len);
   Route route = route_of(key, key_len);
+  const std::vector<std::string> names = names_with_companions(k);
   const size_t n = client->groups.size();
-  std::vector<Command> probe(2);
-  probe[0].arg("DUMP").arg(k.view());
-  probe[1].arg("PTTL").arg(k.view());
+  std::vector<Command> probe;
+  for (const std::string &name : names) {
+    probe.emplace_back("DUMP").arg(name);
+    probe.emplace_back("PTTL").arg(name);
+  }
   std::vector<Batch> batches(n);
   for (size_t g = 0; g < n; ++g) {
     batches[g].server = server_for(*client->groups[g], route);
@@ -84,9 +90,10 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
   }
   exchange(client, batches.data(), n);
 
-  auto holds = [&](size_t g) {
-    return !batches[g].failed && batches[g].replies[0]->type == REDIS_REPLY_STRING;
-  };
+  // DUMP of names[i] in group g: a string, or nil where there is no such key.
+  auto dump_of = [&](size_t g, size_t i) { return batches[g].replies[2 * i].get(); };
+  auto has = [](const redisReply *dump) { return dump && dump->type == REDIS_REPLY_STRING; };
+  auto holds = [&](size_t g) { return !batches[g].failed && has(dump_of(g, 0)); };
   // The source: the first group holding the key; with COMMIT, the first group
   // that answered, whatever it holds.
   size_t source = n;
@@ -104,7 +111,6 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
   if (source == n) return KL_NOTFOUND;
 
   const bool delete_elsewhere = !holds(source);  // only with COMMIT
-  const redisReply *payload = batches[source].replies[0].get();
   long long keep_ms = 0;
   long long src_pttl = 0;
   if (!delete_elsewhere && reply_integer(batches[source].replies[1].get(), &src_pttl) &&
@@ -113,27 +119,42 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
   else if (seconds > 0)
     keep_ms = seconds * 1000;
 
-  std::vector<Command> fix(1);
+  // What every other group is made to hold: the source's keys (its TTL on
+  // all of them) and none of the ones it lacks.
+  std::vector<Command> fix;
+  std::vector<int> fix_reply_types;
+  if (delete_elsewhere) {
+    fix.emplace_back("DEL");
+    for (const std::string &name : names) fix.back().arg(name);
+    fix_reply_types.push_back(REDIS_REPLY_INTEGER);
+  } else {
+    for (size_t i = 0; i < names.size(); ++i) {
+      const redisReply *payload = dump_of(source, i);
+      if (has(payload)) {
+        fix.emplace_back("RESTORE").arg(names[i]).arg_int(keep_ms).arg(payload->str, payload->len).arg("REPLACE");
+        fix_reply_types.push_back(REDIS_REPLY_STATUS);
+      } else {
+        fix.emplace_back("DEL").arg(names[i]);
+        fix_reply_types.push_back(REDIS_REPLY_INTEGER);
+      }
+    }
+  }
+  auto agrees_with_source = [&](size_t g) {
+    for (size_t i = 0; i < names.size(); ++i) {
+      const redisReply *mine = dump_of(g, i), *theirs = dump_of(source, i);
+      if (has(mine) != (!delete_elsewhere && has(theirs))) return false;
+      if (has(mine) && (mine->len != theirs->len || std::memcmp(mine->str, theirs->str, mine->len) != 0))
+        return false;
+    }
+    return true;
+  };
   std::vector<Batch> repairs;
   for (size_t g = 0; g < n; ++g) {
-    if (g == source || batches[g].failed) continue;
-    const redisReply *dump = batches[g].replies[0].get();
-    bool has = dump->type == REDIS_REPLY_STRING;
-    if (delete_elsewhere ? !has
-                         : (has && dump->len == payload->len &&
-                            std::memcmp(dump->str, payload->str, payload->len) == 0))
-      continue;  // already agrees with the source
+    if (g == source || batches[g].failed || agrees_with_source(g)) continue;
     repairs.emplace_back();
     repairs.back().server = batches[g].server;
-  }
-  if (delete_elsewhere) {
-    fix[0].arg("DEL").arg(k.view());
-  } else {
-    fix[0].arg("RESTORE").arg(k.view()).arg_int(keep_ms).arg(payload->str, payload->len).arg("REPLACE");
-  }
-  for (auto &b : repairs) {
-    b.cmds = fix.data();
-    b.count = 1;
+    repairs.back().cmds = fix.data();
+    repairs.back().count = fix.size();
   }
   exchange(client, repairs.data(), repairs.size());
 
@@ -145,8 +166,9 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
       still_dirty = true;
       continue;
     }
-    kl_return_t code = expect_type(b.replies[0].get(),
-                                   delete_elsewhere ? REDIS_REPLY_INTEGER : REDIS_REPLY_STATUS);
+    kl_return_t code = KL_SUCCESS;
+    for (size_t i = 0; i < fix.size() && code == KL_SUCCESS; ++i)
+      code = expect_type(b.replies[i].get(), fix_reply_types[i]);
     if (code == KL_SUCCESS) ++repaired;
     else result = code;
   }

@@ -32,6 +32,12 @@ Command script_command(Script &script, std::initializer_list<std::string_view> k
   return cmd;
 }
 
+std::vector<std::string> names_with_companions(const Key &key) {
+  std::vector<std::string> names{std::string(key.view())};
+  for (auto suffix : kCompanionSuffixes) names.push_back(companion(key, suffix));
+  return names;
+}
+
 Command script_with_companions(Script &script, std::initializer_list<std::reference_wrapper<const Key>> keys) {
   Command cmd;
   cmd.set_script(&script, 0);

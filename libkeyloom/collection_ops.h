@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "internal.h"
 
@@ -31,6 +32,10 @@ inline std::string companion(const Key &key, std::string_view suffix) {
   name += suffix;
   return name;
 }
+
+// The key's name, then its companions' names: what a rename, a move or a
+// repair carries as one unit.
+std::vector<std::string> names_with_companions(const Key &key);
 
 // Interprets the one reply that matters to a call (see run_write's `fill`).
 using OnReply = std::function<kl_return_t(const redisReply *reply, bool fill)>;

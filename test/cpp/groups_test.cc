@@ -110,6 +110,36 @@ TEST(Groups, DirtyWithCommitDeletesWhereTheSourceHasNone) {
   EXPECT_GT(ttl, 40);
 }
 
+TEST(Groups, DirtyRepairCarriesACollectionsValues) {
+  TestCluster cluster(2, 2);  // g0: server 0 (answers first), g1: server 1
+  kl_client *c = cluster.client();
+  const std::string values = "s::keyloom:svals";
+  ASSERT_EQ(kl_saddval(c, mut("s"), 1, mut("a"), 1, mut("v"), 1, 300), KL_SUCCESS);
+  // g1 lost the set and its values, and holds a values hash the source lacks.
+  ASSERT_TRUE(cluster.direct(1, {"DEL", "s", values}));
+  ASSERT_TRUE(cluster.direct(1, {"HSET", "s::keyloom:zvals", "x", "stale"}));
+  int groups = -1;
+  ASSERT_EQ(kl_dirty(c, mut("s"), 1, static_cast<int>(KL_DURABLE_TTL_BIT), &groups), KL_SUCCESS);
+  EXPECT_EQ(groups, 1);
+  EXPECT_EQ(std::string(cluster.direct(1, {"HGET", values, "a"})->str), "v");
+  EXPECT_GT(cluster.direct(1, {"TTL", values})->integer, 200);
+  EXPECT_EQ(cluster.direct(1, {"EXISTS", "s::keyloom:zvals"})->integer, 0);
+
+  // Only a value differs: that is a difference too.
+  ASSERT_TRUE(cluster.direct(1, {"HSET", values, "a", "other"}));
+  ASSERT_EQ(kl_dirty(c, mut("s"), 1, 0, &groups), KL_SUCCESS);
+  EXPECT_EQ(groups, 1);
+  EXPECT_EQ(std::string(cluster.direct(1, {"HGET", values, "a"})->str), "v");
+  ASSERT_EQ(kl_dirty(c, mut("s"), 1, 0, &groups), KL_SUCCESS);
+  EXPECT_EQ(groups, 0);  // the groups agree now
+
+  // COMMIT from a group without the set deletes it and its values elsewhere.
+  ASSERT_TRUE(cluster.direct(0, {"DEL", "s", values}));
+  ASSERT_EQ(kl_dirty(c, mut("s"), 1, static_cast<int>(KL_COMMIT_BIT), &groups), KL_SUCCESS);
+  EXPECT_EQ(groups, 1);
+  EXPECT_EQ(cluster.dbsize(1), 0);
+}
+
 TEST(Groups, GroupsThatAnswerDifferentlyMakeTheWriteDirty) {
   TestCluster cluster(2, 2);
   kl_client *c = cluster.client();
