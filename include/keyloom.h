@@ -322,12 +322,14 @@ kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_le
    succeeds). */
 kl_return_t kl_type(kl_client *client, char *key, size_t key_len, char **type);
 /* Keys matching pattern ("" = "*") on every server of group (SCAN, never
-   KEYS), merged: each key once over groups, without the database prefix;
+   KEYS), merged: each key once over groups, without the database prefix and
+   without the library's own keys beside collections (member values, weights);
    none: *keys NULL and *count 0. */
 kl_return_t kl_keys(kl_client *client, char *pattern, size_t pattern_len, char ***keys,
                     size_t *count, size_t **lengths, char const *group, kl_return_t **results);
-/* RANDOMKEY from the first server (group order) that has one; KL_NOTFOUND when
-   every server is empty. */
+/* RANDOMKEY from the first server (group order) that has one: 16 draws per
+   server in one round trip, skipping the library's own keys and, under a
+   database prefix, other databases' keys; KL_NOTFOUND when no draw counted. */
 kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len);
 /* RENAME; keys on different servers are moved with DUMP/RESTORE keeping the
    TTL; a collection's member values and weights move with it. KL_NOTFOUND

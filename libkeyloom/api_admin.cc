@@ -4,6 +4,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "collection_ops.h"
 #include "connection.h"
 #include "exchange.h"
 #include "internal.h"
@@ -209,6 +210,7 @@ kl_return_t kl_keys(kl_client *client, char *pattern, size_t pattern_len, char *
         const redisReply *key = page->element[e];
         if (key->type != REDIS_REPLY_STRING || key->len < prefix.size()) continue;
         std::string name(key->str + prefix.size(), key->len - prefix.size());
+        if (is_companion_name(name)) continue;
         if (seen.insert(name).second) found.push_back(std::move(name));
       }
     }

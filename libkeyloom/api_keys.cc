@@ -193,22 +193,29 @@ kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len) {
   CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
-  std::vector<Command> cmds(1);
-  cmds[0].arg("RANDOMKEY");
+  // RANDOMKEY draws from the whole server database, where companion keys
+  // and, under a logical-database prefix, other databases' keys do not count:
+  // each server gets several draws in its one round trip, the first that
+  // counts is the answer.
+  constexpr size_t kDrawsPerServer = 16;
+  std::vector<Command> cmds(kDrawsPerServer);
+  for (Command &cmd : cmds) cmd.arg("RANDOMKEY");
   bool answered = false;
   for (auto &group : client->groups)
     for (auto &server : group->servers) {
       Replies r;
       if (!run_on(client, server.get(), cmds, &r)) continue;
       answered = true;
-      if (r[0]->type != REDIS_REPLY_STRING) continue;
-      std::string_view found(r[0]->str, r[0]->len);
-      // Under a logical-database prefix only keys of that database count.
-      if (!client->prefix.empty()) {
-        if (found.substr(0, client->prefix.size()) != client->prefix) continue;
-        found.remove_prefix(client->prefix.size());
+      for (const Reply &draw : r) {
+        if (!draw || draw->type != REDIS_REPLY_STRING) continue;
+        std::string_view found(draw->str, draw->len);
+        if (!client->prefix.empty()) {
+          if (found.substr(0, client->prefix.size()) != client->prefix) continue;
+          found.remove_prefix(client->prefix.size());
+        }
+        if (is_companion_name(found)) continue;
+        return put_bytes(client, found.data(), found.size(), key, key_len);
       }
-      return put_bytes(client, found.data(), found.size(), key, key_len);
     }
   return answered ? KL_NOTFOUND : down_code(client);
 }

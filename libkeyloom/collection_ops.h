@@ -33,6 +33,15 @@ inline std::string companion(const Key &key, std::string_view suffix) {
   return name;
 }
 
+// True for a companion key's name: the library's own bookkeeping, which
+// listings of the user's keys (kl_keys, kl_randomkey) leave out.
+inline bool is_companion_name(std::string_view name) {
+  for (auto suffix : kCompanionSuffixes) {
+    if (name.size() >= suffix.size() && name.substr(name.size() - suffix.size()) == suffix) return true;
+  }
+  return false;
+}
+
 // The key's name, then its companions' names: what a rename, a move or a
 // repair carries as one unit.
 std::vector<std::string> names_with_companions(const Key &key);

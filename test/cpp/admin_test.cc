@@ -88,6 +88,35 @@ TEST(Admin, KeysOnceOverGroupsAndWithoutPrefix) {
   kl_free_php_reply_pp(&keys, static_cast<unsigned>(count));
 }
 
+TEST(Admin, ListingsLeaveOutTheLibrarysOwnKeys) {
+  TestCluster cluster(1);
+  kl_client *c = cluster.client();
+  ASSERT_EQ(kl_set_database_key(c, 0, "p:", 2), KL_SUCCESS);
+  // "s" is stored as p:s beside its values hash p:s::keyloom:svals.
+  ASSERT_EQ(kl_saddval(c, mut("s"), 1, mut("a"), 1, mut("v"), 1, 0), KL_SUCCESS);
+  ASSERT_EQ(cluster.dbsize(0), 2);
+  char **keys = nullptr;
+  size_t count = 0;
+  ASSERT_EQ(kl_keys(c, mut("*"), 1, &keys, &count, nullptr, nullptr, nullptr), KL_SUCCESS);
+  ASSERT_EQ(count, 1u);
+  EXPECT_STREQ(keys[0], "s");
+  kl_free_php_reply_pp(&keys, static_cast<unsigned>(count));
+  // Each call draws up to 16 times: it misses "s" with odds of 2^-16.
+  for (int i = 0; i < 5; ++i) {
+    char *key = nullptr;
+    size_t len = 0;
+    ASSERT_EQ(kl_randomkey(c, &key, &len), KL_SUCCESS);
+    EXPECT_EQ(std::string(key, len), "s") << i;
+    kl_free_php_reply_p(&key);
+  }
+  // Another database's key only: nothing counts.
+  ASSERT_EQ(kl_flushall(c, nullptr, nullptr), KL_SUCCESS);
+  ASSERT_TRUE(cluster.direct(0, {"SET", "q:other", "x"}));
+  char *key = nullptr;
+  size_t len = 0;
+  EXPECT_EQ(kl_randomkey(c, &key, &len), KL_NOTFOUND);
+}
+
 TEST(Admin, InfoLastsaveSave) {
   TestCluster cluster(2);
   char **infos = nullptr;
