@@ -55,25 +55,14 @@ kl_return_t rename_in_group(kl_client *client, const Group &group, const Key &sr
   // is written), then DEL here.
   const std::vector<std::string> from_names = names_with_companions(src);
   const std::vector<std::string> to_names = names_with_companions(dst);
-  std::vector<Command> dump;
-  for (const std::string &name : from_names) {
-    dump.emplace_back("DUMP").arg(name);
-    dump.emplace_back("PTTL").arg(name);
-  }
+  std::vector<Command> dump = dump_commands(from_names);
   if (!run_on(client, from, dump, &r)) return *failed = true, KL_SERVER_DOWN;
   if (r[0]->type == REDIS_REPLY_NIL) return KL_NOTFOUND;
-  // RESTORE of dumped key i as to_names[i]; DEL of to_names[i] when there is
-  // nothing to restore, so that no stale companion stays beside the key.
+  // Dumped name i becomes to_names[i], with its own remaining TTL.
   auto restore = [&](size_t i, bool replace, Command &cmd) {
-    const redisReply *payload = r[2 * i].get();
-    if (!payload || payload->type != REDIS_REPLY_STRING) {
-      cmd.arg("DEL").arg(to_names[i]);
-      return;
-    }
     long long pttl = 0;
     if (!reply_integer(r[2 * i + 1].get(), &pttl) || pttl < 0) pttl = 0;
-    cmd.arg("RESTORE").arg(to_names[i]).arg_int(pttl).arg(payload->str, payload->len);
-    if (replace) cmd.arg("REPLACE");
+    restore_or_delete(cmd, to_names[i], r[2 * i].get(), pttl, replace);
   };
   kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_STRING);
   if (code != KL_SUCCESS) return code;

@@ -77,11 +77,7 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
   Route route = route_of(key, key_len);
   const std::vector<std::string> names = names_with_companions(k);
   const size_t n = client->groups.size();
-  std::vector<Command> probe;
-  for (const std::string &name : names) {
-    probe.emplace_back("DUMP").arg(name);
-    probe.emplace_back("PTTL").arg(name);
-  }
+  std::vector<Command> probe = dump_commands(names);
   std::vector<Batch> batches(n);
   for (size_t g = 0; g < n; ++g) {
     batches[g].server = server_for(*client->groups[g], route);
@@ -92,8 +88,7 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
 
   // DUMP of names[i] in group g: a string, or nil where there is no such key.
   auto dump_of = [&](size_t g, size_t i) { return batches[g].replies[2 * i].get(); };
-  auto has = [](const redisReply *dump) { return dump && dump->type == REDIS_REPLY_STRING; };
-  auto holds = [&](size_t g) { return !batches[g].failed && has(dump_of(g, 0)); };
+  auto holds = [&](size_t g) { return !batches[g].failed && dump_holds_key(dump_of(g, 0)); };
   // The source: the first group holding the key; with COMMIT, the first group
   // that answered, whatever it holds.
   size_t source = n;
@@ -128,22 +123,15 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
     for (const std::string &name : names) fix.back().arg(name);
     fix_reply_types.push_back(REDIS_REPLY_INTEGER);
   } else {
-    for (size_t i = 0; i < names.size(); ++i) {
-      const redisReply *payload = dump_of(source, i);
-      if (has(payload)) {
-        fix.emplace_back("RESTORE").arg(names[i]).arg_int(keep_ms).arg(payload->str, payload->len).arg("REPLACE");
-        fix_reply_types.push_back(REDIS_REPLY_STATUS);
-      } else {
-        fix.emplace_back("DEL").arg(names[i]);
-        fix_reply_types.push_back(REDIS_REPLY_INTEGER);
-      }
-    }
+    fix.resize(names.size());
+    for (size_t i = 0; i < names.size(); ++i)
+      fix_reply_types.push_back(restore_or_delete(fix[i], names[i], dump_of(source, i), keep_ms, true));
   }
   auto agrees_with_source = [&](size_t g) {
     for (size_t i = 0; i < names.size(); ++i) {
       const redisReply *mine = dump_of(g, i), *theirs = dump_of(source, i);
-      if (has(mine) != (!delete_elsewhere && has(theirs))) return false;
-      if (has(mine) && (mine->len != theirs->len || std::memcmp(mine->str, theirs->str, mine->len) != 0))
+      if (dump_holds_key(mine) != (!delete_elsewhere && dump_holds_key(theirs))) return false;
+      if (dump_holds_key(mine) && (mine->len != theirs->len || std::memcmp(mine->str, theirs->str, mine->len) != 0))
         return false;
     }
     return true;

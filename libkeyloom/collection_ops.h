@@ -46,6 +46,21 @@ inline bool is_companion_name(std::string_view name) {
 // repair carries as one unit.
 std::vector<std::string> names_with_companions(const Key &key);
 
+// Copying keys between servers or groups by DUMP/RESTORE (cross-server
+// rename, read repair). The probe: DUMP and PTTL of each name, in that order;
+// the commands borrow the names.
+std::vector<Command> dump_commands(const std::vector<std::string> &names);
+// Whether a DUMP reply holds a key (nil: there is none).
+inline bool dump_holds_key(const redisReply *dump) {
+  return dump && dump->type == REDIS_REPLY_STRING;
+}
+// Makes `name` hold what `dump` held: RESTORE name ttl_ms payload [REPLACE],
+// or DEL name when the dump found no key, so that nothing stale stays.
+// Returns the type of the reply the command answers with when it succeeds.
+// The command borrows name and the dump's payload.
+int restore_or_delete(Command &cmd, std::string_view name, const redisReply *dump, long long ttl_ms,
+                      bool replace);
+
 // Interprets the one reply that matters to a call (see run_write's `fill`).
 using OnReply = std::function<kl_return_t(const redisReply *reply, bool fill)>;
 // Appends a command's arguments after its key.
