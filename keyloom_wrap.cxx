@@ -287,9 +287,9 @@ void JS_veto_set_variable(v8::Local<v8::Name> property, v8::Local<v8::Value>,
   }
   int res = std::snprintf(message, sizeof message, "Tried to write read-only variable: %s.", buffer);
   if (res < 0) {
-    SWIGV8_ErrorHandler.error(SWIG_ERROR, "Tried to write read-only variable.");
+    KLRT_ErrorHandler.error(KLRT_ERROR, "Tried to write read-only variable.");
   } else {
-    SWIGV8_ErrorHandler.error(SWIG_ERROR, message);
+    KLRT_ErrorHandler.error(KLRT_ERROR, message);
   }
 }
 
@@ -519,16 +519,16 @@ static_assert(sizeof kFunctions / sizeof kFunctions[0] == 214);
 
 // ---- Initialization ------------------------------------------------------------
 
-v8::Local<v8::String> SWIGV8_Name(v8::Isolate* isolate, const char* name) {
+v8::Local<v8::String> KLRT_Name(v8::Isolate* isolate, const char* name) {
   return v8::String::NewFromUtf8(isolate, name, v8::NewStringType::kNormal).ToLocalChecked();
 }
 
 // A constant: an accessor-like native data property whose getter makes the
 // value and whose setter refuses the write (enumerable, configurable).
-void SWIGV8_AddStaticVariable(v8::Isolate* isolate, v8::Local<v8::Context> context,
+void KLRT_AddStaticVariable(v8::Isolate* isolate, v8::Local<v8::Context> context,
                               v8::Local<v8::Object> object, const char* name,
                               v8::AccessorNameGetterCallback getter) {
-  object->SetNativeDataProperty(context, SWIGV8_Name(isolate, name), getter, JS_veto_set_variable)
+  object->SetNativeDataProperty(context, KLRT_Name(isolate, name), getter, JS_veto_set_variable)
       .FromMaybe(false);
 }
 
@@ -538,32 +538,32 @@ void SWIGV8_AddStaticVariable(v8::Isolate* isolate, v8::Local<v8::Context> conte
 // named definition of a constant function keeps the object in fast mode
 // (Set's keyed store turns an object of more than a few properties into a
 // dictionary, which costs every `keyloom.fn` lookup a hash probe).
-void SWIGV8_AddStaticFunction(v8::Isolate* isolate, v8::Local<v8::Context> context,
+void KLRT_AddStaticFunction(v8::Isolate* isolate, v8::Local<v8::Context> context,
                               v8::Local<v8::Object> object, const char* name,
                               v8::FunctionCallback callback) {
   v8::Local<v8::Function> function;
   if (!v8::FunctionTemplate::New(isolate, callback)->GetFunction(context).ToLocal(&function)) {
     return;
   }
-  object->CreateDataProperty(context, SWIGV8_Name(isolate, name), function).FromMaybe(false);
+  object->CreateDataProperty(context, KLRT_Name(isolate, name), function).FromMaybe(false);
 }
 
 void Initialize(v8::Local<v8::Object> exports) {
   v8::Isolate* isolate = v8::Isolate::GetCurrent();
   // 1. The type registry, joined to the ring of the current context.
-  SWIG_InitializeModule(static_cast<void*>(&exports));
+  KLRT_InitializeModule(static_cast<void*>(&exports));
   // 2.
   v8::HandleScope scope(isolate);
   v8::Local<v8::Context> context = isolate->GetCurrentContext();
-  // 3. The "SwigProxy" class template of this isolate.
-  SWIGV8_InstallProxyClass(isolate);
+  // 3. The "KeyloomProxy" class template of this isolate.
+  KLRT_InstallProxyClass(isolate);
   // 4. The 54 constants.
   for (const ConstantEntry& constant : kConstants) {
-    SWIGV8_AddStaticVariable(isolate, context, exports, constant.name, constant.getter);
+    KLRT_AddStaticVariable(isolate, context, exports, constant.name, constant.getter);
   }
   // 5. The 214 functions.
   for (const FunctionEntry& function : kFunctions) {
-    SWIGV8_AddStaticFunction(isolate, context, exports, function.name, function.callback);
+    KLRT_AddStaticFunction(isolate, context, exports, function.name, function.callback);
   }
 }
 

@@ -41,23 +41,23 @@ struct FixedString {
 
 // The code a wrapper reports for a converter's result r < 0: r, except that -1
 // (an object without a proxy record) is reported as -5.
-constexpr int ReportedCode(int r) { return r == SWIG_ERROR ? SWIG_TypeError : r; }
+constexpr int ReportedCode(int r) { return r == KLRT_ERROR ? KLRT_TypeError : r; }
 
 // ---- Argument kinds -------------------------------------------------------------
 
 // A pointer to a library type, a cell or an array: a proxy of descriptor Desc
 // (or one its cast list accepts), or null for a null pointer.
-template <class T, SwigTypeIndex Desc, FixedString Text>
+template <class T, KlrtTypeIndex Desc, FixedString Text>
 struct PtrArg {
   static_assert(std::is_pointer_v<T>);
   using c_type = T;
   static constexpr const char* text = Text.s;
-  static constexpr SwigTypeIndex desc = Desc;
+  static constexpr KlrtTypeIndex desc = Desc;
   struct slot {
     void* p;
   };
   static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
-    int r = SWIG_V8_ConvertPtr(isolate, value, &s.p, swig_types[Desc], 0);
+    int r = KLRT_ConvertPtr(isolate, value, &s.p, klrt_types[Desc], 0);
     return r < 0 ? ReportedCode(r) : 0;
   }
   static T get(const slot& s) { return static_cast<T>(s.p); }
@@ -96,9 +96,9 @@ struct StrArg {
   using c_type = T;
   static constexpr const char* text = Text.s;
   struct slot {
-    slot() : buf(nullptr), alloc(SWIG_OLDOBJ), size(0) {}
+    slot() : buf(nullptr), alloc(KLRT_OLDOBJ), size(0) {}
     char* buf;
-    int alloc;  // SWIG_NEWOBJ: a copy made for the call
+    int alloc;  // KLRT_NEWOBJ: a copy made for the call
     size_t size;
     char small[HeapCopy ? 1 : kSmallString];
   };
@@ -106,10 +106,10 @@ struct StrArg {
     if (value->IsString()) {
       s.buf = Utf8Copy(isolate, value.As<v8::String>(), s.small, HeapCopy ? 0 : kSmallString,
                        &s.size);
-      s.alloc = SWIG_NEWOBJ;
+      s.alloc = KLRT_NEWOBJ;
       return 0;
     }
-    int r = SWIG_AsCharPtrAndSize(isolate, value, &s.buf, nullptr, &s.alloc);
+    int r = KLRT_AsCharPtrAndSize(isolate, value, &s.buf, nullptr, &s.alloc);
     return r < 0 ? ReportedCode(r) : 0;
   }
   static T get(const slot& s) {
@@ -119,10 +119,10 @@ struct StrArg {
     return s.buf;
   }
   static void release(slot& s) {
-    if (s.alloc == SWIG_NEWOBJ && s.buf && s.buf != s.small) delete[] s.buf;
+    if (s.alloc == KLRT_NEWOBJ && s.buf && s.buf != s.small) delete[] s.buf;
   }
   static void abandon(slot& s) {
-    if (s.alloc != SWIG_NEWOBJ || !s.buf) return;
+    if (s.alloc != KLRT_NEWOBJ || !s.buf) return;
     char* kept = AbandonedStringCopy(s.buf, s.size);  // never freed
     if (s.buf != s.small) delete[] s.buf;
     s.buf = kept;
@@ -139,7 +139,7 @@ struct IntArg {
     int v;
   };
   static int convert(v8::Isolate*, v8::Local<v8::Value> value, slot& s) {
-    return SWIG_AsVal_int(value, &s.v);  // never -1
+    return KLRT_AsVal_int(value, &s.v);  // never -1
   }
   static T get(const slot& s) { return static_cast<T>(s.v); }
   static void release(slot&) {}
@@ -153,7 +153,7 @@ struct UIntArg {
     unsigned int v;
   };
   static int convert(v8::Isolate*, v8::Local<v8::Value> value, slot& s) {
-    return SWIG_AsVal_unsigned_SS_int(value, &s.v);
+    return KLRT_AsVal_unsigned_int(value, &s.v);
   }
   static unsigned int get(const slot& s) { return s.v; }
   static void release(slot&) {}
@@ -167,7 +167,7 @@ struct SizeArg {
     size_t v;
   };
   static int convert(v8::Isolate*, v8::Local<v8::Value> value, slot& s) {
-    return SWIG_AsVal_size_t(value, &s.v);
+    return KLRT_AsVal_size_t(value, &s.v);
   }
   static size_t get(const slot& s) { return s.v; }
   static void release(slot&) {}
@@ -181,7 +181,7 @@ struct DoubleArg {
     double v;
   };
   static int convert(v8::Isolate*, v8::Local<v8::Value> value, slot& s) {
-    return SWIG_AsVal_double(value, &s.v);
+    return KLRT_AsVal_double(value, &s.v);
   }
   static double get(const slot& s) { return s.v; }
   static void release(slot&) {}
@@ -197,7 +197,7 @@ struct BinaryArg {
     char* buf;
   };
   static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
-    if (!value->IsString()) return SWIG_ERROR;
+    if (!value->IsString()) return KLRT_ERROR;
     v8::Local<v8::String> string = value.As<v8::String>();
     s.buf = BinaryValueBuffer(static_cast<size_t>(string->Length()) + 1);
     compat::WriteOneByteWhole(isolate, string, reinterpret_cast<uint8_t*>(s.buf));
@@ -209,22 +209,22 @@ struct BinaryArg {
 
 // ---- The argument kinds by their C type ------------------------------------------
 
-using Client = PtrArg<kl_client*, SWIGTYPE_p_kl_client, "kl_client *">;
-using MM = PtrArg<kl_mm_t*, SWIGTYPE_p_kl_mm_t, "kl_mm_t *">;
-using CharPP = PtrArg<char**, SWIGTYPE_p_p_char, "char **">;
-using CharConstPP = PtrArg<char const**, SWIGTYPE_p_p_char, "char const **">;
-using CharPPP = PtrArg<char***, SWIGTYPE_p_p_p_char, "char ***">;
-using SizeP = PtrArg<size_t*, SWIGTYPE_p_size_t, "size_t *">;
-using SizeConstP = PtrArg<size_t const*, SWIGTYPE_p_size_t, "size_t const *">;
-using SizePP = PtrArg<size_t**, SWIGTYPE_p_p_size_t, "size_t **">;
-using IntP = PtrArg<int*, SWIGTYPE_p_int, "int *">;
-using IntPP = PtrArg<int**, SWIGTYPE_p_p_int, "int **">;
-using UIntP = PtrArg<unsigned int*, SWIGTYPE_p_unsigned_int, "unsigned int *">;
-using UIntPP = PtrArg<unsigned int**, SWIGTYPE_p_p_unsigned_int, "unsigned int **">;
-using DoubleP = PtrArg<double*, SWIGTYPE_p_double, "double *">;
-using DoublePP = PtrArg<double**, SWIGTYPE_p_p_double, "double **">;
-using RetP = PtrArg<kl_return_t*, SWIGTYPE_p_kl_return_t, "kl_return_t *">;
-using RetPP = PtrArg<kl_return_t**, SWIGTYPE_p_p_kl_return_t, "kl_return_t **">;
+using Client = PtrArg<kl_client*, KLRT_TYPE_p_kl_client, "kl_client *">;
+using MM = PtrArg<kl_mm_t*, KLRT_TYPE_p_kl_mm_t, "kl_mm_t *">;
+using CharPP = PtrArg<char**, KLRT_TYPE_p_p_char, "char **">;
+using CharConstPP = PtrArg<char const**, KLRT_TYPE_p_p_char, "char const **">;
+using CharPPP = PtrArg<char***, KLRT_TYPE_p_p_p_char, "char ***">;
+using SizeP = PtrArg<size_t*, KLRT_TYPE_p_size_t, "size_t *">;
+using SizeConstP = PtrArg<size_t const*, KLRT_TYPE_p_size_t, "size_t const *">;
+using SizePP = PtrArg<size_t**, KLRT_TYPE_p_p_size_t, "size_t **">;
+using IntP = PtrArg<int*, KLRT_TYPE_p_int, "int *">;
+using IntPP = PtrArg<int**, KLRT_TYPE_p_p_int, "int **">;
+using UIntP = PtrArg<unsigned int*, KLRT_TYPE_p_unsigned_int, "unsigned int *">;
+using UIntPP = PtrArg<unsigned int**, KLRT_TYPE_p_p_unsigned_int, "unsigned int **">;
+using DoubleP = PtrArg<double*, KLRT_TYPE_p_double, "double *">;
+using DoublePP = PtrArg<double**, KLRT_TYPE_p_p_double, "double **">;
+using RetP = PtrArg<kl_return_t*, KLRT_TYPE_p_kl_return_t, "kl_return_t *">;
+using RetPP = PtrArg<kl_return_t**, KLRT_TYPE_p_p_kl_return_t, "kl_return_t **">;
 
 using CharP = StrArg<char*, "char *">;
 using CharConstP = StrArg<char const*, "char const *">;
@@ -302,12 +302,12 @@ struct RDouble {
   static void Set(const Info& info, v8::Isolate*, double r) { info.GetReturnValue().Set(r); }
 };
 // A new proxy of descriptor Desc, not owning; null for a null pointer.
-template <class T, SwigTypeIndex Desc>
+template <class T, KlrtTypeIndex Desc>
 struct RProxy {
   using c_type = T;
   static void Set(const Info& info, v8::Isolate* isolate, T r) {
-    info.GetReturnValue().Set(SWIG_V8_NewPointerObj(
-        isolate, const_cast<void*>(static_cast<const void*>(r)), swig_types[Desc], 0));
+    info.GetReturnValue().Set(KLRT_NewPointerObj(
+        isolate, const_cast<void*>(static_cast<const void*>(r)), klrt_types[Desc], 0));
   }
 };
 // Library-owned C text read as UTF-8 up to its NUL; undefined for null or for

@@ -44,38 +44,38 @@ inline double NumberOf(v8::Local<v8::Value> value) { return value.As<v8::Number>
 
 // int, and the typedefs and enumerations that take the same path: the low 32
 // bits of IntegerValue, no range check.
-inline int SWIG_AsVal_int(v8::Local<v8::Value> obj, int* val) {
-  if (!obj->IsNumber()) return SWIG_TypeError;
+inline int KLRT_AsVal_int(v8::Local<v8::Value> obj, int* val) {
+  if (!obj->IsNumber()) return KLRT_TypeError;
   if (val) {
     *val = static_cast<int>(
         static_cast<uint32_t>(static_cast<uint64_t>(keyloom::IntegerValueOf(keyloom::NumberOf(obj)))));
   }
-  return SWIG_OK;
+  return KLRT_OK;
 }
 
 // unsigned int: the truncated value must lie in 0..4294967295.
-inline int SWIG_AsVal_unsigned_SS_int(v8::Local<v8::Value> obj, unsigned int* val) {
-  if (!obj->IsNumber()) return SWIG_TypeError;
+inline int KLRT_AsVal_unsigned_int(v8::Local<v8::Value> obj, unsigned int* val) {
+  if (!obj->IsNumber()) return KLRT_TypeError;
   int64_t v = keyloom::TruncateToInt64(keyloom::NumberOf(obj));
-  if (v < 0 || v > 4294967295LL) return SWIG_OverflowError;
+  if (v < 0 || v > 4294967295LL) return KLRT_OverflowError;
   if (val) *val = static_cast<unsigned int>(v);
-  return SWIG_OK;
+  return KLRT_OK;
 }
 
 // size_t: the truncated value must not be negative.
-inline int SWIG_AsVal_size_t(v8::Local<v8::Value> obj, size_t* val) {
-  if (!obj->IsNumber()) return SWIG_TypeError;
+inline int KLRT_AsVal_size_t(v8::Local<v8::Value> obj, size_t* val) {
+  if (!obj->IsNumber()) return KLRT_TypeError;
   int64_t v = keyloom::TruncateToInt64(keyloom::NumberOf(obj));
-  if (v < 0) return SWIG_OverflowError;
+  if (v < 0) return KLRT_OverflowError;
   if (val) *val = static_cast<size_t>(v);
-  return SWIG_OK;
+  return KLRT_OK;
 }
 
 // double: any number, as it is.
-inline int SWIG_AsVal_double(v8::Local<v8::Value> obj, double* val) {
-  if (!obj->IsNumber()) return SWIG_TypeError;
+inline int KLRT_AsVal_double(v8::Local<v8::Value> obj, double* val) {
+  if (!obj->IsNumber()) return KLRT_TypeError;
   if (val) *val = keyloom::NumberOf(obj);
-  return SWIG_OK;
+  return KLRT_OK;
 }
 
 namespace keyloom {
@@ -132,31 +132,31 @@ inline char* Utf8Copy(v8::Isolate* isolate, v8::Local<v8::String> string, char* 
 // byte, exactly UTF-8 length + 1 bytes (marker 512: the caller frees it with
 // delete[]); a proxy of descriptor _p_char passes its address (marker 0).
 // Anything else, null and undefined included, is a type error.
-inline int SWIG_AsCharPtrAndSize(v8::Isolate* isolate, v8::Local<v8::Value> valRef, char** cptr,
+inline int KLRT_AsCharPtrAndSize(v8::Isolate* isolate, v8::Local<v8::Value> valRef, char** cptr,
                                  size_t* psize, int* alloc) {
   if (valRef->IsString()) {
     size_t size = 0;
     char* cstr = keyloom::Utf8Copy(isolate, valRef.As<v8::String>(), nullptr, 0, &size);
-    if (alloc) *alloc = SWIG_NEWOBJ;
+    if (alloc) *alloc = KLRT_NEWOBJ;
     if (psize) *psize = size - 1;
     if (cptr) *cptr = cstr;
-    return SWIG_OK;
+    return KLRT_OK;
   }
   if (valRef->IsObject()) {
-    swig_type_info* pchar_descriptor = SWIG_pchar_descriptor();
+    klrt_type_info* pchar_descriptor = KLRT_pchar_descriptor();
     void* vptr = nullptr;
     if (pchar_descriptor &&
-        SWIG_V8_ConvertPtr(isolate, valRef, &vptr, pchar_descriptor, 0) == SWIG_OK) {
+        KLRT_ConvertPtr(isolate, valRef, &vptr, pchar_descriptor, 0) == KLRT_OK) {
       if (cptr) *cptr = static_cast<char*>(vptr);
       if (psize) *psize = vptr ? std::strlen(static_cast<char*>(vptr)) + 1 : 0;
-      if (alloc) *alloc = SWIG_OLDOBJ;
-      return SWIG_OK;
+      if (alloc) *alloc = KLRT_OLDOBJ;
+      return KLRT_OK;
     }
   }
-  return SWIG_TypeError;
+  return KLRT_TypeError;
 }
 
 // A JavaScript integer from a 32-bit value.
-inline v8::Local<v8::Value> SWIG_From_int(v8::Isolate* isolate, int value) {
+inline v8::Local<v8::Value> KLRT_From_int(v8::Isolate* isolate, int value) {
   return v8::Integer::New(isolate, value);
 }

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-V8ErrorHandler SWIGV8_ErrorHandler;
+V8ErrorHandler KLRT_ErrorHandler;
 
 void V8ErrorHandler::error(int, const char* message) {
   v8::Isolate* isolate = v8::Isolate::GetCurrent();
@@ -19,14 +19,14 @@ namespace keyloom {
 void RaiseArity(const char* name) {
   char message[160];
   std::snprintf(message, sizeof message, "Illegal number of arguments for _wrap_%s.", name);
-  SWIGV8_ErrorHandler.error(SWIG_ERROR, message);
+  KLRT_ErrorHandler.error(KLRT_ERROR, message);
 }
 
 void RaiseArgument(int code, const char* name, int position, const char* type) {
   char message[200];
   std::snprintf(message, sizeof message, "in method '%s', argument %d of type '%s'", name,
                 position, type);
-  SWIGV8_ErrorHandler.error(code, message);
+  KLRT_ErrorHandler.error(code, message);
 }
 
 }  // namespace keyloom

@@ -9,14 +9,14 @@
 
 // Result codes of the runtime.
 enum : int {
-  SWIG_OK = 0,
-  SWIG_ERROR = -1,
-  SWIG_TypeError = -5,
-  SWIG_OverflowError = -7,
+  KLRT_OK = 0,
+  KLRT_ERROR = -1,
+  KLRT_TypeError = -5,
+  KLRT_OverflowError = -7,
 };
 
 // Allocation marker of the string converter: a new[] copy the caller frees.
-enum : int { SWIG_OLDOBJ = 0, SWIG_NEWOBJ = 512 };
+enum : int { KLRT_OLDOBJ = 0, KLRT_NEWOBJ = 512 };
 
 class V8ErrorHandler {
  public:
@@ -26,7 +26,7 @@ class V8ErrorHandler {
 };
 
 // The single handler; every raise of the module goes to it.
-extern V8ErrorHandler SWIGV8_ErrorHandler;
+extern V8ErrorHandler KLRT_ErrorHandler;
 
 namespace keyloom {
 

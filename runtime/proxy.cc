@@ -11,32 +11,32 @@
 // ---- Per-isolate state ----------------------------------------------------------
 //
 // A template belongs to one isolate, and the module may be loaded in several
-// (the main thread and worker threads), so the "SwigProxy" template, and the
+// (the main thread and worker threads), so the "KeyloomProxy" template, and the
 // list of live records, are kept per isolate. The first isolate to initialize
 // the module gets the primary state, found with one comparison; other isolates
 // are looked up under a lock. States are never freed, only recycled: a state
 // whose environment ended has a null isolate and is handed to the next isolate.
 
-std::atomic<SWIGV8_IsolateState*> SWIGV8_PrimaryState{nullptr};
+std::atomic<KLRT_IsolateState*> KLRT_PrimaryState{nullptr};
 static std::mutex g_states_mutex;
 // Allocated once and never freed: nothing of it is destroyed at process exit,
 // when the isolates may be gone already.
-static std::vector<SWIGV8_IsolateState*>* g_states = nullptr;
+static std::vector<KLRT_IsolateState*>* g_states = nullptr;
 
-static SWIGV8_IsolateState* SWIGV8_FindState(v8::Isolate* isolate) {
-  SWIGV8_IsolateState* primary = SWIGV8_PrimaryState.load(std::memory_order_acquire);
+static KLRT_IsolateState* KLRT_FindState(v8::Isolate* isolate) {
+  KLRT_IsolateState* primary = KLRT_PrimaryState.load(std::memory_order_acquire);
   if (primary && primary->isolate.load(std::memory_order_relaxed) == isolate) return primary;
   std::lock_guard<std::mutex> lock(g_states_mutex);
   if (g_states) {
-    for (SWIGV8_IsolateState* state : *g_states) {
+    for (KLRT_IsolateState* state : *g_states) {
       if (state->isolate.load(std::memory_order_relaxed) == isolate) return state;
     }
   }
   return nullptr;
 }
 
-static void SWIGV8_Unlink(SWIGV8_Proxy* proxy) {
-  SWIGV8_IsolateState* owner = proxy->owner;
+static void KLRT_Unlink(KLRT_Proxy* proxy) {
+  KLRT_IsolateState* owner = proxy->owner;
   if (!owner) return;
   if (proxy->prev) {
     proxy->prev->next = proxy->next;
@@ -50,53 +50,53 @@ static void SWIGV8_Unlink(SWIGV8_Proxy* proxy) {
 
 // Environment cleanup: frees the records still alive (their finalisers would
 // never run) and lets go of the templates, then hands the state back.
-static void SWIGV8_CleanupIsolate(void* arg) {
-  auto* state = static_cast<SWIGV8_IsolateState*>(arg);
+static void KLRT_CleanupIsolate(void* arg) {
+  auto* state = static_cast<KLRT_IsolateState*>(arg);
   v8::Isolate* isolate = state->isolate.load(std::memory_order_relaxed);
   v8::HandleScope scope(isolate);
-  while (SWIGV8_Proxy* proxy = state->live) {
+  while (KLRT_Proxy* proxy = state->live) {
     if (!proxy->handle.IsEmpty()) {
       keyloom::compat::SetAlignedPointer(proxy->handle.Get(isolate), 0, nullptr);
     }
     delete proxy;  // unlinks it
   }
-  state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset();
+  state->KLRT_Proxy_class_templ.Reset();
   state->instance_templ.Reset();
   state->exemplar = v8::Eternal<v8::Object>();  // eternal: dies with the isolate
   state->isolate.store(nullptr, std::memory_order_release);
 }
 
 // The isolate's state, made (or recycled) on its first initialization.
-static SWIGV8_IsolateState* SWIGV8_ClaimState(v8::Isolate* isolate) {
-  if (SWIGV8_IsolateState* state = SWIGV8_FindState(isolate)) return state;
-  SWIGV8_IsolateState* state = nullptr;
+static KLRT_IsolateState* KLRT_ClaimState(v8::Isolate* isolate) {
+  if (KLRT_IsolateState* state = KLRT_FindState(isolate)) return state;
+  KLRT_IsolateState* state = nullptr;
   {
     std::lock_guard<std::mutex> lock(g_states_mutex);
-    if (!g_states) g_states = new std::vector<SWIGV8_IsolateState*>();
-    for (SWIGV8_IsolateState* candidate : *g_states) {
+    if (!g_states) g_states = new std::vector<KLRT_IsolateState*>();
+    for (KLRT_IsolateState* candidate : *g_states) {
       if (candidate->isolate.load(std::memory_order_relaxed) == nullptr) {
         state = candidate;
         break;
       }
     }
     if (!state) {
-      state = new SWIGV8_IsolateState();
+      state = new KLRT_IsolateState();
       g_states->push_back(state);
     }
     state->isolate.store(isolate, std::memory_order_release);
-    if (SWIGV8_PrimaryState.load(std::memory_order_relaxed) == nullptr) {
-      SWIGV8_PrimaryState.store(state, std::memory_order_release);
+    if (KLRT_PrimaryState.load(std::memory_order_relaxed) == nullptr) {
+      KLRT_PrimaryState.store(state, std::memory_order_release);
     }
   }
-  node::AddEnvironmentCleanupHook(isolate, SWIGV8_CleanupIsolate, state);
+  node::AddEnvironmentCleanupHook(isolate, KLRT_CleanupIsolate, state);
   return state;
 }
 
 // ---- Records and their finalisation --------------------------------------------
 
-SWIGV8_Proxy::SWIGV8_Proxy(v8::Isolate* isolate_)
-    : swigCMemOwn(false),
-      swigCObject(nullptr),
+KLRT_Proxy::KLRT_Proxy(v8::Isolate* isolate_)
+    : owns_c_object(false),
+      c_object(nullptr),
       info(nullptr),
       isolate(isolate_),
       owner(nullptr),
@@ -105,58 +105,58 @@ SWIGV8_Proxy::SWIGV8_Proxy(v8::Isolate* isolate_)
   keyloom::compat::AdjustExternalMemory(isolate, 1000);
 }
 
-SWIGV8_Proxy::~SWIGV8_Proxy() {
+KLRT_Proxy::~KLRT_Proxy() {
   if (!handle.IsEmpty()) {
     handle.ClearWeak();
     handle.Reset();
   }
-  SWIGV8_Unlink(this);
+  KLRT_Unlink(this);
   keyloom::compat::AdjustExternalMemory(isolate, -1000);
 }
 
 // Second pass of the finaliser: frees the record and takes the charge back.
-static void SWIGV8_Proxy_DefaultDtorSecondPass(const v8::WeakCallbackInfo<SWIGV8_Proxy>& data) {
+static void KLRT_Proxy_DefaultDtorSecondPass(const v8::WeakCallbackInfo<KLRT_Proxy>& data) {
   delete data.GetParameter();
 }
 
-// SWIGV8_Proxy_DefaultDtor, the finaliser of every proxy. Its first pass may
+// KLRT_Proxy_DefaultDtor, the finaliser of every proxy. Its first pass may
 // only reset the handle (no other engine call); the record is freed in the
 // second pass. The C object is not touched.
-static void SWIGV8_Proxy_DefaultDtor(const v8::WeakCallbackInfo<SWIGV8_Proxy>& data) {
-  SWIGV8_Proxy* proxy = data.GetParameter();
+static void KLRT_Proxy_DefaultDtor(const v8::WeakCallbackInfo<KLRT_Proxy>& data) {
+  KLRT_Proxy* proxy = data.GetParameter();
   if (!proxy) return;
   proxy->handle.Reset();
-  SWIGV8_Unlink(proxy);
-  data.SetSecondPassCallback(SWIGV8_Proxy_DefaultDtorSecondPass);
+  KLRT_Unlink(proxy);
+  data.SetSecondPassCallback(KLRT_Proxy_DefaultDtorSecondPass);
 }
 
 // ---- The class template ------------------------------------------------------------
 
-static v8::Local<v8::String> SWIGV8_Name(v8::Isolate* isolate, const char* name) {
+static v8::Local<v8::String> KLRT_Name(v8::Isolate* isolate, const char* name) {
   return v8::String::NewFromUtf8(isolate, name, v8::NewStringType::kNormal).ToLocalChecked();
 }
 
-v8::Local<v8::FunctionTemplate> SWIGV8_CreateClassTemplate(v8::Isolate* isolate,
+v8::Local<v8::FunctionTemplate> KLRT_CreateClassTemplate(v8::Isolate* isolate,
                                                            const char* name) {
   v8::EscapableHandleScope scope(isolate);
   v8::Local<v8::FunctionTemplate> class_templ = v8::FunctionTemplate::New(isolate);
-  class_templ->SetClassName(SWIGV8_Name(isolate, name));
+  class_templ->SetClassName(KLRT_Name(isolate, name));
   v8::Local<v8::ObjectTemplate> inst_templ = class_templ->InstanceTemplate();
   inst_templ->SetInternalFieldCount(1);
   v8::Local<v8::ObjectTemplate> prototype = class_templ->PrototypeTemplate();
-  prototype->Set(SWIGV8_Name(isolate, "equals"),
-                 v8::FunctionTemplate::New(isolate, _SWIGV8_wrap_equals));
-  prototype->Set(SWIGV8_Name(isolate, "getCPtr"),
+  prototype->Set(KLRT_Name(isolate, "equals"),
+                 v8::FunctionTemplate::New(isolate, _wrap_equals));
+  prototype->Set(KLRT_Name(isolate, "getCPtr"),
                  v8::FunctionTemplate::New(isolate, _wrap_getCPtr));
   return scope.Escape(class_templ);
 }
 
-void SWIGV8_InstallProxyClass(v8::Isolate* isolate) {
-  SWIGV8_IsolateState* state = SWIGV8_ClaimState(isolate);
-  v8::Local<v8::FunctionTemplate> templ = SWIGV8_CreateClassTemplate(isolate, "SwigProxy");
+void KLRT_InstallProxyClass(v8::Isolate* isolate) {
+  KLRT_IsolateState* state = KLRT_ClaimState(isolate);
+  v8::Local<v8::FunctionTemplate> templ = KLRT_CreateClassTemplate(isolate, "KeyloomProxy");
   // A template made by an earlier initialization is disposed of first.
-  state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset();
-  state->SWIGV8_SWIGTYPE_Proxy_class_templ.Reset(isolate, templ);
+  state->KLRT_Proxy_class_templ.Reset();
+  state->KLRT_Proxy_class_templ.Reset(isolate, templ);
   state->instance_templ.Reset(isolate, templ->InstanceTemplate());
   v8::Local<v8::Object> exemplar;
   if (templ->InstanceTemplate()->NewInstance(isolate->GetCurrentContext()).ToLocal(&exemplar)) {
@@ -169,11 +169,11 @@ void SWIGV8_InstallProxyClass(v8::Isolate* isolate) {
 
 // ---- Making proxies -------------------------------------------------------------------
 
-v8::Local<v8::Value> SWIG_V8_NewPointerObj(v8::Isolate* isolate, void* ptr,
-                                           swig_type_info* info, int flags) {
+v8::Local<v8::Value> KLRT_NewPointerObj(v8::Isolate* isolate, void* ptr,
+                                           klrt_type_info* info, int flags) {
   if (ptr == nullptr) return v8::Null(isolate);
-  SWIGV8_IsolateState* state = SWIGV8_FindState(isolate);
-  auto* clientdata = info ? static_cast<SWIGV8_ClientData*>(info->clientdata) : nullptr;
+  KLRT_IsolateState* state = KLRT_FindState(isolate);
+  auto* clientdata = info ? static_cast<KLRT_ClientData*>(info->clientdata) : nullptr;
   v8::Local<v8::ObjectTemplate> templ =
       clientdata ? v8::Local<v8::FunctionTemplate>::New(isolate, clientdata->class_templ)
                        ->InstanceTemplate()
@@ -181,16 +181,16 @@ v8::Local<v8::Value> SWIG_V8_NewPointerObj(v8::Isolate* isolate, void* ptr,
   v8::Local<v8::Object> result =
       templ->NewInstance(isolate->GetCurrentContext()).ToLocalChecked();
 
-  auto* cdata = new SWIGV8_Proxy(isolate);
-  cdata->swigCObject = ptr;
-  cdata->swigCMemOwn = (flags & SWIG_POINTER_OWN) != 0;
+  auto* cdata = new KLRT_Proxy(isolate);
+  cdata->c_object = ptr;
+  cdata->owns_c_object = (flags & KLRT_POINTER_OWN) != 0;
   cdata->info = info;
   keyloom::compat::SetAlignedPointer(result, 0, cdata);
   cdata->handle.Reset(isolate, result);
-  if (cdata->swigCMemOwn && clientdata && clientdata->dtor) {
+  if (cdata->owns_c_object && clientdata && clientdata->dtor) {
     cdata->handle.SetWeak(cdata, clientdata->dtor, v8::WeakCallbackType::kParameter);
   } else {
-    cdata->handle.SetWeak(cdata, SWIGV8_Proxy_DefaultDtor, v8::WeakCallbackType::kParameter);
+    cdata->handle.SetWeak(cdata, KLRT_Proxy_DefaultDtor, v8::WeakCallbackType::kParameter);
   }
   // Every weak handle of today's engine may die in a minor collection: the
   // older engine's "independent" mark has no call of its own any more.
@@ -205,36 +205,36 @@ v8::Local<v8::Value> SWIG_V8_NewPointerObj(v8::Isolate* isolate, void* ptr,
 
 // ---- Converting back -------------------------------------------------------------------
 
-bool SWIGV8_CheckCast(swig_type_info* from, swig_type_info* ty) {
-  if (SWIG_TypeCheckStruct(from, ty)) return true;
-  return from && from->name && ty && SWIG_TypeCheck(from->name, ty);
+bool KLRT_CheckCast(klrt_type_info* from, klrt_type_info* ty) {
+  if (KLRT_TypeCheckStruct(from, ty)) return true;
+  return from && from->name && ty && KLRT_TypeCheck(from->name, ty);
 }
 
-int SWIG_V8_GetInstancePtr(v8::Local<v8::Value> value, void** ptr) {
-  if (!value->IsObject()) return SWIG_TypeError;
+int KLRT_GetInstancePtr(v8::Local<v8::Value> value, void** ptr) {
+  if (!value->IsObject()) return KLRT_TypeError;
   v8::Local<v8::Object> object = value.As<v8::Object>();
-  if (object->InternalFieldCount() < 1) return SWIG_ERROR;
-  auto* cdata = static_cast<SWIGV8_Proxy*>(keyloom::compat::GetAlignedPointer(object, 0));
-  if (cdata == nullptr) return SWIG_ERROR;
-  *ptr = cdata->swigCObject;
-  return SWIG_OK;
+  if (object->InternalFieldCount() < 1) return KLRT_ERROR;
+  auto* cdata = static_cast<KLRT_Proxy*>(keyloom::compat::GetAlignedPointer(object, 0));
+  if (cdata == nullptr) return KLRT_ERROR;
+  *ptr = cdata->c_object;
+  return KLRT_OK;
 }
 
 // ---- equals and getCPtr ------------------------------------------------------------------
 
-void _SWIGV8_wrap_equals(const v8::FunctionCallbackInfo<v8::Value>& info) {
+void _wrap_equals(const v8::FunctionCallbackInfo<v8::Value>& info) {
   if (info.Length() != 1) {
-    SWIGV8_ErrorHandler.error(SWIG_ERROR, "Illegal number of arguments for equals.");
+    KLRT_ErrorHandler.error(KLRT_ERROR, "Illegal number of arguments for equals.");
     return;
   }
   void* arg1 = nullptr;
   void* arg2 = nullptr;
-  if (SWIG_V8_GetInstancePtr(info.This(), &arg1) < 0) {
-    SWIGV8_ErrorHandler.error(SWIG_ERROR, "Could not get pointer from 'this' object for equals.");
+  if (KLRT_GetInstancePtr(info.This(), &arg1) < 0) {
+    KLRT_ErrorHandler.error(KLRT_ERROR, "Could not get pointer from 'this' object for equals.");
     return;
   }
-  if (SWIG_V8_GetInstancePtr(info[0], &arg2) < 0) {
-    SWIGV8_ErrorHandler.error(SWIG_TypeError, "in method 'equals', argument 1 of type 'void *'");
+  if (KLRT_GetInstancePtr(info[0], &arg2) < 0) {
+    KLRT_ErrorHandler.error(KLRT_TypeError, "in method 'equals', argument 1 of type 'void *'");
     return;
   }
   info.GetReturnValue().Set(arg1 == arg2);
@@ -242,8 +242,8 @@ void _SWIGV8_wrap_equals(const v8::FunctionCallbackInfo<v8::Value>& info) {
 
 void _wrap_getCPtr(const v8::FunctionCallbackInfo<v8::Value>& info) {
   void* arg1 = nullptr;
-  if (SWIG_V8_GetInstancePtr(info.This(), &arg1) < 0) {
-    SWIGV8_ErrorHandler.error(SWIG_TypeError, "in method 'getCPtr', argument 1 of type 'void *'");
+  if (KLRT_GetInstancePtr(info.This(), &arg1) < 0) {
+    KLRT_ErrorHandler.error(KLRT_TypeError, "in method 'getCPtr', argument 1 of type 'void *'");
     return;
   }
   info.GetReturnValue().Set(static_cast<double>(reinterpret_cast<int64_t>(arg1)));

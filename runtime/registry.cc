@@ -17,47 +17,47 @@ extern "C" void __assert_fail(const char* assertion, const char* file, unsigned 
 
 // ---- The 18 descriptors, in registry order --------------------------------------
 
-// The static records are named _swigt__ + the mangled name without its leading
+// The static records are named _type__ + the mangled name without its leading
 // underscore; the macro argument is that name, the string keeps one underscore.
-static swig_type_info _swigt__p_char = {"_p_char", "char *", nullptr, nullptr, nullptr, 0};
-static swig_type_info _swigt__p_double = {"_p_double", "double *", nullptr, nullptr, nullptr, 0};
-static swig_type_info _swigt__p_int = {"_p_int", "int *|setFlags *|zSetFlags *", nullptr, nullptr,
+static klrt_type_info _type__p_char = {"_p_char", "char *", nullptr, nullptr, nullptr, 0};
+static klrt_type_info _type__p_double = {"_p_double", "double *", nullptr, nullptr, nullptr, 0};
+static klrt_type_info _type__p_int = {"_p_int", "int *|setFlags *|zSetFlags *", nullptr, nullptr,
                                        nullptr, 0};
-static swig_type_info _swigt__p_kl_client = {"_p_kl_client", "kl_client *", nullptr, nullptr,
+static klrt_type_info _type__p_kl_client = {"_p_kl_client", "kl_client *", nullptr, nullptr,
                                              nullptr, 0};
-static swig_type_info _swigt__p_kl_client_version = {
+static klrt_type_info _type__p_kl_client_version = {
     "_p_kl_client_version", "enum kl_client_version *|kl_client_version *", nullptr, nullptr,
     nullptr, 0};
-static swig_type_info _swigt__p_kl_hash = {"_p_kl_hash", "enum kl_hash *|kl_hash *", nullptr,
+static klrt_type_info _type__p_kl_hash = {"_p_kl_hash", "enum kl_hash *|kl_hash *", nullptr,
                                            nullptr, nullptr, 0};
-static swig_type_info _swigt__p_kl_mm_t = {"_p_kl_mm_t", "kl_mm_t *", nullptr, nullptr, nullptr,
+static klrt_type_info _type__p_kl_mm_t = {"_p_kl_mm_t", "kl_mm_t *", nullptr, nullptr, nullptr,
                                            0};
-static swig_type_info _swigt__p_kl_return_t = {"_p_kl_return_t",
+static klrt_type_info _type__p_kl_return_t = {"_p_kl_return_t",
                                                "enum kl_return_t *|kl_return_t *", nullptr,
                                                nullptr, nullptr, 0};
-static swig_type_info _swigt__p_kl_server_distribution = {
+static klrt_type_info _type__p_kl_server_distribution = {
     "_p_kl_server_distribution", "enum kl_server_distribution *|kl_server_distribution *",
     nullptr, nullptr, nullptr, 0};
-static swig_type_info _swigt__p_p_char = {"_p_p_char", "char **", nullptr, nullptr, nullptr, 0};
-static swig_type_info _swigt__p_p_double = {"_p_p_double", "double **", nullptr, nullptr, nullptr,
+static klrt_type_info _type__p_p_char = {"_p_p_char", "char **", nullptr, nullptr, nullptr, 0};
+static klrt_type_info _type__p_p_double = {"_p_p_double", "double **", nullptr, nullptr, nullptr,
                                             0};
-static swig_type_info _swigt__p_p_int = {"_p_p_int", "int **", nullptr, nullptr, nullptr, 0};
-static swig_type_info _swigt__p_p_kl_return_t = {"_p_p_kl_return_t",
+static klrt_type_info _type__p_p_int = {"_p_p_int", "int **", nullptr, nullptr, nullptr, 0};
+static klrt_type_info _type__p_p_kl_return_t = {"_p_p_kl_return_t",
                                                  "enum kl_return_t **|kl_return_t **", nullptr,
                                                  nullptr, nullptr, 0};
-static swig_type_info _swigt__p_p_p_char = {"_p_p_p_char", "char ***", nullptr, nullptr, nullptr,
+static klrt_type_info _type__p_p_p_char = {"_p_p_p_char", "char ***", nullptr, nullptr, nullptr,
                                             0};
-static swig_type_info _swigt__p_p_size_t = {"_p_p_size_t", "size_t **", nullptr, nullptr, nullptr,
+static klrt_type_info _type__p_p_size_t = {"_p_p_size_t", "size_t **", nullptr, nullptr, nullptr,
                                             0};
-static swig_type_info _swigt__p_p_unsigned_int = {"_p_p_unsigned_int", "unsigned int **", nullptr,
+static klrt_type_info _type__p_p_unsigned_int = {"_p_p_unsigned_int", "unsigned int **", nullptr,
                                                   nullptr, nullptr, 0};
-static swig_type_info _swigt__p_size_t = {"_p_size_t", "size_t *", nullptr, nullptr, nullptr, 0};
-static swig_type_info _swigt__p_unsigned_int = {"_p_unsigned_int", "unsigned int *", nullptr,
+static klrt_type_info _type__p_size_t = {"_p_size_t", "size_t *", nullptr, nullptr, nullptr, 0};
+static klrt_type_info _type__p_unsigned_int = {"_p_unsigned_int", "unsigned int *", nullptr,
                                                 nullptr, nullptr, 0};
 
 // Each cast array: one entry naming its own descriptor, then a terminator.
 #define KEYLOOM_CASTS(mangled)                                                      \
-  static swig_cast_info _swigc_##mangled[] = {{&_swigt_##mangled, nullptr, nullptr, \
+  static klrt_cast_info _cast_##mangled[] = {{&_type_##mangled, nullptr, nullptr, \
                                                nullptr},                            \
                                               {nullptr, nullptr, nullptr, nullptr}};
 KEYLOOM_CASTS(_p_char)
@@ -80,50 +80,50 @@ KEYLOOM_CASTS(_p_size_t)
 KEYLOOM_CASTS(_p_unsigned_int)
 #undef KEYLOOM_CASTS
 
-static swig_type_info* swig_type_initial[SWIGTYPE_COUNT] = {
-    &_swigt__p_char,
-    &_swigt__p_double,
-    &_swigt__p_int,
-    &_swigt__p_kl_client,
-    &_swigt__p_kl_client_version,
-    &_swigt__p_kl_hash,
-    &_swigt__p_kl_mm_t,
-    &_swigt__p_kl_return_t,
-    &_swigt__p_kl_server_distribution,
-    &_swigt__p_p_char,
-    &_swigt__p_p_double,
-    &_swigt__p_p_int,
-    &_swigt__p_p_kl_return_t,
-    &_swigt__p_p_p_char,
-    &_swigt__p_p_size_t,
-    &_swigt__p_p_unsigned_int,
-    &_swigt__p_size_t,
-    &_swigt__p_unsigned_int,
+static klrt_type_info* klrt_type_initial[KLRT_TYPE_COUNT] = {
+    &_type__p_char,
+    &_type__p_double,
+    &_type__p_int,
+    &_type__p_kl_client,
+    &_type__p_kl_client_version,
+    &_type__p_kl_hash,
+    &_type__p_kl_mm_t,
+    &_type__p_kl_return_t,
+    &_type__p_kl_server_distribution,
+    &_type__p_p_char,
+    &_type__p_p_double,
+    &_type__p_p_int,
+    &_type__p_p_kl_return_t,
+    &_type__p_p_p_char,
+    &_type__p_p_size_t,
+    &_type__p_p_unsigned_int,
+    &_type__p_size_t,
+    &_type__p_unsigned_int,
 };
 
-static swig_cast_info* swig_cast_initial[SWIGTYPE_COUNT] = {
-    _swigc__p_char,
-    _swigc__p_double,
-    _swigc__p_int,
-    _swigc__p_kl_client,
-    _swigc__p_kl_client_version,
-    _swigc__p_kl_hash,
-    _swigc__p_kl_mm_t,
-    _swigc__p_kl_return_t,
-    _swigc__p_kl_server_distribution,
-    _swigc__p_p_char,
-    _swigc__p_p_double,
-    _swigc__p_p_int,
-    _swigc__p_p_kl_return_t,
-    _swigc__p_p_p_char,
-    _swigc__p_p_size_t,
-    _swigc__p_p_unsigned_int,
-    _swigc__p_size_t,
-    _swigc__p_unsigned_int,
+static klrt_cast_info* klrt_cast_initial[KLRT_TYPE_COUNT] = {
+    _cast__p_char,
+    _cast__p_double,
+    _cast__p_int,
+    _cast__p_kl_client,
+    _cast__p_kl_client_version,
+    _cast__p_kl_hash,
+    _cast__p_kl_mm_t,
+    _cast__p_kl_return_t,
+    _cast__p_kl_server_distribution,
+    _cast__p_p_char,
+    _cast__p_p_double,
+    _cast__p_p_int,
+    _cast__p_p_kl_return_t,
+    _cast__p_p_p_char,
+    _cast__p_p_size_t,
+    _cast__p_p_unsigned_int,
+    _cast__p_size_t,
+    _cast__p_unsigned_int,
 };
 
-swig_type_info* swig_types[SWIGTYPE_COUNT + 1];
-swig_module_info swig_module = {swig_types, SWIGTYPE_COUNT, nullptr, nullptr, nullptr, nullptr};
+klrt_type_info* klrt_types[KLRT_TYPE_COUNT + 1];
+klrt_module_info klrt_module = {klrt_types, KLRT_TYPE_COUNT, nullptr, nullptr, nullptr, nullptr};
 
 // ---- The ring's head on the global object -------------------------------------
 
@@ -131,11 +131,11 @@ static v8::Local<v8::Private> ModuleInfoKey(v8::Isolate* isolate) {
   // Private::ForApi gives every module of the isolate the same key for the
   // same name, as the hidden value's string key did.
   return v8::Private::ForApi(
-      isolate, v8::String::NewFromUtf8(isolate, "swig_module_info_data", v8::NewStringType::kNormal)
+      isolate, v8::String::NewFromUtf8(isolate, "keyloom_module_info_data", v8::NewStringType::kNormal)
                    .ToLocalChecked());
 }
 
-swig_module_info* SWIG_V8_GetModule(void*) {
+klrt_module_info* KLRT_GetModule(void*) {
   v8::Isolate* isolate = v8::Isolate::GetCurrent();
   v8::Local<v8::Context> context = isolate->GetCurrentContext();
   v8::Local<v8::Value> moduleinfo;
@@ -147,22 +147,22 @@ swig_module_info* SWIG_V8_GetModule(void*) {
                   ? keyloom::compat::ExternalValue(moduleinfo.As<v8::External>())
                   : nullptr;
   KEYLOOM_ASSERT(ptr);
-  return static_cast<swig_module_info*>(ptr);
+  return static_cast<klrt_module_info*>(ptr);
 }
 
-void SWIG_V8_SetModule(void*, swig_module_info* swig_module) {
+void KLRT_SetModule(void*, klrt_module_info* klrt_module) {
   v8::Isolate* isolate = v8::Isolate::GetCurrent();
   v8::Local<v8::Context> context = isolate->GetCurrentContext();
-  v8::Local<v8::External> mod = keyloom::compat::NewExternal(isolate, swig_module);
+  v8::Local<v8::External> mod = keyloom::compat::NewExternal(isolate, klrt_module);
   KEYLOOM_ASSERT(!mod.IsEmpty());
   context->Global()->SetPrivate(context, ModuleInfoKey(isolate), mod).Check();
 }
 
 // ---- Lookups ------------------------------------------------------------------
 
-swig_type_info* SWIG_MangledTypeQueryModule(swig_module_info* start, swig_module_info* end,
+klrt_type_info* KLRT_MangledTypeQueryModule(klrt_module_info* start, klrt_module_info* end,
                                             const char* name) {
-  swig_module_info* iter = start;
+  klrt_module_info* iter = start;
   do {
     if (iter->size) {
       size_t l = 0;
@@ -187,7 +187,7 @@ swig_type_info* SWIG_MangledTypeQueryModule(swig_module_info* start, swig_module
 }
 
 // Compares one alternative [f1, l1) with [f2, l2), blanks ignored on both sides.
-static int SWIG_TypeNameComp(const char* f1, const char* l1, const char* f2, const char* l2) {
+static int KLRT_TypeNameComp(const char* f1, const char* l1, const char* f2, const char* l2) {
   for (; (f1 != l1) && (f2 != l2); ++f1, ++f2) {
     while ((*f1 == ' ') && (f1 != l1)) ++f1;
     while ((*f2 == ' ') && (f2 != l2)) ++f2;
@@ -197,7 +197,7 @@ static int SWIG_TypeNameComp(const char* f1, const char* l1, const char* f2, con
 }
 
 // 0 when one of the '|'-separated alternatives of nb equals tb.
-static int SWIG_TypeCmp(const char* nb, const char* tb) {
+static int KLRT_TypeCmp(const char* nb, const char* tb) {
   int equiv = 1;
   const char* te = tb + std::strlen(tb);
   const char* ne = nb;
@@ -205,20 +205,20 @@ static int SWIG_TypeCmp(const char* nb, const char* tb) {
     for (nb = ne; *ne; ++ne) {
       if (*ne == '|') break;
     }
-    equiv = SWIG_TypeNameComp(nb, ne, tb, te);
+    equiv = KLRT_TypeNameComp(nb, ne, tb, te);
     if (*ne) ++ne;
   }
   return equiv;
 }
 
-swig_type_info* SWIG_TypeQueryModule(swig_module_info* start, swig_module_info* end,
+klrt_type_info* KLRT_TypeQueryModule(klrt_module_info* start, klrt_module_info* end,
                                      const char* name) {
-  swig_type_info* ret = SWIG_MangledTypeQueryModule(start, end, name);
+  klrt_type_info* ret = KLRT_MangledTypeQueryModule(start, end, name);
   if (ret) return ret;
-  swig_module_info* iter = start;
+  klrt_module_info* iter = start;
   do {
     for (size_t i = 0; i < iter->size; ++i) {
-      if (iter->types[i]->str && SWIG_TypeCmp(iter->types[i]->str, name) == 0) {
+      if (iter->types[i]->str && KLRT_TypeCmp(iter->types[i]->str, name) == 0) {
         return iter->types[i];
       }
     }
@@ -228,7 +228,7 @@ swig_type_info* SWIG_TypeQueryModule(swig_module_info* start, swig_module_info* 
 }
 
 // Moves iter to the front of ty's cast list.
-static swig_cast_info* SWIG_MoveToFront(swig_cast_info* iter, swig_type_info* ty) {
+static klrt_cast_info* KLRT_MoveToFront(klrt_cast_info* iter, klrt_type_info* ty) {
   if (iter == ty->cast) return iter;
   iter->prev->next = iter->next;
   if (iter->next) iter->next->prev = iter->prev;
@@ -239,29 +239,29 @@ static swig_cast_info* SWIG_MoveToFront(swig_cast_info* iter, swig_type_info* ty
   return iter;
 }
 
-swig_cast_info* SWIG_TypeCheck(const char* c, swig_type_info* ty) {
+klrt_cast_info* KLRT_TypeCheck(const char* c, klrt_type_info* ty) {
   if (ty) {
-    for (swig_cast_info* iter = ty->cast; iter; iter = iter->next) {
-      if (std::strcmp(iter->type->name, c) == 0) return SWIG_MoveToFront(iter, ty);
+    for (klrt_cast_info* iter = ty->cast; iter; iter = iter->next) {
+      if (std::strcmp(iter->type->name, c) == 0) return KLRT_MoveToFront(iter, ty);
     }
   }
   return nullptr;
 }
 
-swig_cast_info* SWIG_TypeCheckStruct(const swig_type_info* from, swig_type_info* ty) {
+klrt_cast_info* KLRT_TypeCheckStruct(const klrt_type_info* from, klrt_type_info* ty) {
   if (ty) {
-    for (swig_cast_info* iter = ty->cast; iter; iter = iter->next) {
-      if (iter->type == from) return SWIG_MoveToFront(iter, ty);
+    for (klrt_cast_info* iter = ty->cast; iter; iter = iter->next) {
+      if (iter->type == from) return KLRT_MoveToFront(iter, ty);
     }
   }
   return nullptr;
 }
 
-swig_type_info* SWIG_pchar_descriptor(void) {
+klrt_type_info* KLRT_pchar_descriptor(void) {
   static int init = 0;
-  static swig_type_info* info = nullptr;
+  static klrt_type_info* info = nullptr;
   if (!init) {
-    info = SWIG_TypeQueryModule(&swig_module, &swig_module, "_p_char");
+    info = KLRT_TypeQueryModule(&klrt_module, &klrt_module, "_p_char");
     init = 1;
   }
   return info;
@@ -269,58 +269,58 @@ swig_type_info* SWIG_pchar_descriptor(void) {
 
 // ---- Setting up the registry -----------------------------------------------------
 
-void SWIG_InitializeModule(void* clientdata) {
+void KLRT_InitializeModule(void* clientdata) {
   int init;
   // First initialization in the process: make the ring of one.
-  if (swig_module.next == nullptr) {
-    swig_module.type_initial = swig_type_initial;
-    swig_module.cast_initial = swig_cast_initial;
-    swig_module.next = &swig_module;
+  if (klrt_module.next == nullptr) {
+    klrt_module.type_initial = klrt_type_initial;
+    klrt_module.cast_initial = klrt_cast_initial;
+    klrt_module.next = &klrt_module;
     init = 1;
   } else {
     init = 0;
   }
 
-  swig_module_info* module_head = SWIG_V8_GetModule(clientdata);
+  klrt_module_info* module_head = KLRT_GetModule(clientdata);
   if (!module_head) {
-    SWIG_V8_SetModule(clientdata, &swig_module);
+    KLRT_SetModule(clientdata, &klrt_module);
   } else {
-    swig_module_info* iter = module_head;
+    klrt_module_info* iter = module_head;
     do {
-      if (iter == &swig_module) return;  // already in this context's ring
+      if (iter == &klrt_module) return;  // already in this context's ring
       iter = iter->next;
     } while (iter != module_head);
-    swig_module.next = module_head->next;
-    module_head->next = &swig_module;
+    klrt_module.next = module_head->next;
+    module_head->next = &klrt_module;
   }
 
   if (init == 0) return;  // the types were filled by an earlier initialization
 
   size_t i;
-  for (i = 0; i < swig_module.size; ++i) {
-    swig_type_info* type = nullptr;
-    if (swig_module.next != &swig_module) {
-      type = SWIG_MangledTypeQueryModule(swig_module.next, &swig_module,
-                                         swig_module.type_initial[i]->name);
+  for (i = 0; i < klrt_module.size; ++i) {
+    klrt_type_info* type = nullptr;
+    if (klrt_module.next != &klrt_module) {
+      type = KLRT_MangledTypeQueryModule(klrt_module.next, &klrt_module,
+                                         klrt_module.type_initial[i]->name);
     }
     if (type) {
-      if (swig_module.type_initial[i]->clientdata) {
-        type->clientdata = swig_module.type_initial[i]->clientdata;
+      if (klrt_module.type_initial[i]->clientdata) {
+        type->clientdata = klrt_module.type_initial[i]->clientdata;
       }
     } else {
-      type = swig_module.type_initial[i];
+      type = klrt_module.type_initial[i];
     }
 
-    for (swig_cast_info* cast = swig_module.cast_initial[i]; cast->type; ++cast) {
-      swig_type_info* ret = nullptr;
-      if (swig_module.next != &swig_module) {
-        ret = SWIG_MangledTypeQueryModule(swig_module.next, &swig_module, cast->type->name);
+    for (klrt_cast_info* cast = klrt_module.cast_initial[i]; cast->type; ++cast) {
+      klrt_type_info* ret = nullptr;
+      if (klrt_module.next != &klrt_module) {
+        ret = KLRT_MangledTypeQueryModule(klrt_module.next, &klrt_module, cast->type->name);
       }
       if (ret) {
-        if (type == swig_module.type_initial[i]) {
+        if (type == klrt_module.type_initial[i]) {
           cast->type = ret;
           ret = nullptr;
-        } else if (!SWIG_TypeCheck(ret->name, type)) {
+        } else if (!KLRT_TypeCheck(ret->name, type)) {
           ret = nullptr;
         }
       }
@@ -332,7 +332,7 @@ void SWIG_InitializeModule(void* clientdata) {
         type->cast = cast;
       }
     }
-    swig_module.types[i] = type;
+    klrt_module.types[i] = type;
   }
-  swig_module.types[i] = nullptr;
+  klrt_module.types[i] = nullptr;
 }

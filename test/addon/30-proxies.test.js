@@ -152,3 +152,17 @@ test('collecting a client proxy does not end the client', () => {
   });
   assert.deepEqual(log.map((l) => l.fn), ['kl_client_create']);
 });
+
+test('every proxy is an instance of the one class KeyloomProxy, whatever its type', () => {
+  const cells = [a.new_intp(), a.new_charpp(), a.new_charppp(), a.new_ulongp()];
+  for (const cell of cells) {
+    const cls = Object.getPrototypeOf(cell).constructor;
+    assert.equal(cls.name, 'KeyloomProxy');
+    assert.equal(cls, Object.getPrototypeOf(cells[0]).constructor);
+    assert.match(require('node:util').inspect(cell), /^KeyloomProxy /);
+  }
+  a.delete_intp(cells[0]);
+  a.delete_charpp(cells[1]);
+  a.delete_charppp(cells[2]);
+  a.delete_ulongp(cells[3]);
+});
