@@ -8,7 +8,7 @@ const { runExample } = require('./support/local.js');
 const show = (label, value) => console.log(`  ${label.padEnd(46)} ${JSON.stringify(value)}`);
 
 runExample(2, async (servers, env) => {
-  const { createClient, KeyloomError, version } = require('../client.js');
+  const { createClient, KeyloomError, version } = require('keyloom/client');
   console.log(`keyloom ${version}: ${env.started ? 'started' : 'using'} ${servers.join(' and ')}`);
   const db = createClient({ servers, distribution: 'ketama' });
   try {

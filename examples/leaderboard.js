@@ -5,7 +5,7 @@
 const { runExample } = require('./support/local.js');
 
 runExample(1, async (servers) => {
-  const { createClient } = require('../client.js');
+  const { createClient } = require('keyloom/client');
   const db = createClient({ servers });
   const board = 'leaderboard:weekly';
   try {

@@ -7,7 +7,7 @@
 const { runExample } = require('./support/local.js');
 
 runExample(2, async (servers) => {
-  const { createClient } = require('../client.js');
+  const { createClient } = require('keyloom/client');
   const db = createClient({ servers });
   const route = 'user:42';
   const keys = ['user:42:name', 'user:42:email', 'user:42:plan', 'user:42:city'];

@@ -20,10 +20,10 @@ execFileSync('bash', [path.join(__dirname, 'install-deps.sh')], { stdio: 'inheri
 const buildDir = build({ sanitize, werror: true, buildDir: requestedBuildDir });
 
 // Every suite: a folder of node:test files, or the C++ tests under CTest.
-// `probe: true` suites run the addon against the test double of the library.
+// `double: true` suites run the addon against the test double of the library.
 const suites = [
   { name: 'library', ctest: true },
-  { name: 'addon', dir: 'test/addon', probe: true },
+  { name: 'addon', dir: 'test/addon', double: true },
   { name: 'e2e', dir: 'test/e2e' },
   { name: 'client', dir: 'test/client' },
   { name: 'reliability', dir: 'test/reliability' },
@@ -57,7 +57,7 @@ function runNodeSuite(suite) {
   if (files.length === 0) return null;
   const tap = path.join(os.tmpdir(), `keyloom-${suite.name}-${process.pid}.tap`);
   const env = { ...process.env, ...sanitizerEnv(), KEYLOOM_BUILD_DIR: buildDir };
-  if (suite.probe) env.LD_LIBRARY_PATH = path.join(buildDir, 'probe');
+  if (suite.double) env.LD_LIBRARY_PATH = path.join(buildDir, 'double');
   const result = spawnSync(process.execPath, [
     '--expose-gc', '--test', '--test-timeout=600000',
     '--test-reporter=spec', '--test-reporter-destination=stdout',

@@ -37,7 +37,7 @@ function ops(client, w) {
 async function prepare(task) {
   // the client reaches the addon through index.js, which honours KEYLOOM_BUILD_DIR
   process.env.KEYLOOM_BUILD_DIR = task.buildDir;
-  const { createClient } = require(path.join(__dirname, '..', '..', 'client'));
+  const { createClient } = require('keyloom/client');
   const client = createClient({ servers: task.ports.map((p) => `127.0.0.1:${p}`) });
   const op = ops(client, task.workload);
   if (!op) return null;

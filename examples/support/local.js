@@ -10,10 +10,7 @@ const path = require('node:path');
 
 const root = path.resolve(__dirname, '..', '..');
 
-function addonPath() {
-  const dir = process.env.KEYLOOM_BUILD_DIR ? path.resolve(process.env.KEYLOOM_BUILD_DIR) : path.join(root, 'build');
-  return path.join(dir, 'Release', 'keyloom.node');
-}
+const { addonPath, buildDir } = require('../../js/build-location.js');
 
 function onPath(command) {
   try {
@@ -27,12 +24,12 @@ function onPath(command) {
 /** Installs what is missing and builds the addon when it has not been built yet. */
 function ensureBuilt() {
   const needServer = !process.env.KEYLOOM_SERVERS && !onPath('redis-server');
-  if (!needServer && fs.existsSync(addonPath())) return;
+  if (!needServer && fs.existsSync(addonPath)) return;
   console.log('keyloom: first run - installing dependencies and building the addon (once) ...');
   execFileSync('bash', [path.join(root, 'scripts', 'install-deps.sh')], { stdio: 'inherit' });
-  if (!fs.existsSync(addonPath())) {
+  if (!fs.existsSync(addonPath)) {
     const { build } = require('../../scripts/build.js');
-    build({ buildDir: path.dirname(path.dirname(addonPath())), quiet: true });
+    build({ buildDir, quiet: true });
   }
 }
 
@@ -81,4 +78,4 @@ async function runExample(count, body) {
   }
 }
 
-module.exports = { ensureBuilt, useServers, runExample, addonPath };
+module.exports = { ensureBuilt, useServers, runExample };

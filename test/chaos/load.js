@@ -4,13 +4,10 @@
 // earlier keys, kl_incr, kl_mget_whole) against two groups of two servers,
 // until the parent sends 'repair'; then kl_dirty on every key written, then
 // 'done' with the records. Every call is timed.
-const path = require('node:path');
 const { Rng } = require('../fuzz/rng');
 
 const cfg = JSON.parse(process.argv[2]);
-const buildDir = process.env.KEYLOOM_BUILD_DIR ? path.resolve(process.env.KEYLOOM_BUILD_DIR)
-  : path.resolve(__dirname, '..', '..', 'build');
-const k = require(path.join(buildDir, 'Release', 'keyloom.node'));
+const k = require(require('../helpers/paths').addonPath);
 const rng = new Rng(cfg.seed ^ 0x5bd1e995);
 
 const client = k.kl_client_create(k.KL_HASH_DEFAULT, k.KL_DISTRIBUTION_CONSISTENT, null, k.KL_FLAG_NONE);

@@ -8,8 +8,8 @@ const paths = require('../helpers/paths.js');
 const { startRedis } = require('../../scripts/local-redis.js');
 
 process.env.KEYLOOM_BUILD_DIR = paths.buildDir;
-const keyloom = require('../../client.js');
-const kl = require('../../index.js');
+const keyloom = require('keyloom/client');
+const kl = require('keyloom');
 
 const running = new Set();
 const clients = new Set();

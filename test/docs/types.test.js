@@ -17,7 +17,7 @@ test('typed-example.ts type-checks against index.d.ts and client.d.ts', () => {
 });
 
 test('index.d.ts declares every export of keyloom.node and nothing else', () => {
-  const dts = fs.readFileSync(path.join(paths.root, 'index.d.ts'), 'utf8');
+  const dts = fs.readFileSync(path.join(paths.root, 'js', 'exact', 'index.d.ts'), 'utf8');
   const declared = [...dts.matchAll(/^export declare (?:const|function) (\w+)/gm)].map((m) => m[1]);
   const exported = Object.keys(require(paths.addonPath));
   assert.equal(exported.length, 268);
@@ -25,7 +25,7 @@ test('index.d.ts declares every export of keyloom.node and nothing else', () => 
 });
 
 test('the constants in index.d.ts have the values the addon exports', () => {
-  const dts = fs.readFileSync(path.join(paths.root, 'index.d.ts'), 'utf8');
+  const dts = fs.readFileSync(path.join(paths.root, 'js', 'exact', 'index.d.ts'), 'utf8');
   const kl = require(paths.addonPath);
   const constants = [...dts.matchAll(/^export declare const (\w+): (-?\d+);/gm)];
   assert.equal(constants.length, 54);
@@ -34,8 +34,8 @@ test('the constants in index.d.ts have the values the addon exports', () => {
 
 test('client.d.ts declares every public method of the client', () => {
   process.env.KEYLOOM_BUILD_DIR = paths.buildDir;
-  const { KeyloomClient } = require('../../client.js');
-  const dts = fs.readFileSync(path.join(paths.root, 'client.d.ts'), 'utf8');
+  const { KeyloomClient } = require('keyloom/client');
+  const dts = fs.readFileSync(path.join(paths.root, 'js', 'client', 'index.d.ts'), 'utf8');
   const body = dts.slice(dts.indexOf('export declare class KeyloomClient'));
   const methods = Object.getOwnPropertyNames(KeyloomClient.prototype).filter((n) => n !== 'constructor');
   for (const m of methods) assert.match(body, new RegExp(`\\n  (readonly )?${m}[<(:?]`), `client.d.ts lacks ${m}`);

@@ -105,7 +105,7 @@ async function fuzz(options, log = console.log) {
       const seed = (o.seed + Math.imul(batches, 0x9e3779b1)) >>> 0;
       const env = { ...baseEnv };
       if (mode === 'probe') {
-        env.LD_LIBRARY_PATH = path.join(o.buildDir, 'probe');
+        env.LD_LIBRARY_PATH = path.join(o.buildDir, 'double');
         env.KEYLOOM_PROBE_LOG = probeLog;
         fs.writeFileSync(probeLog, '');
       } else {

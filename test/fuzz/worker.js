@@ -7,7 +7,6 @@
 // live servers. Before every call one line describing it goes to fd 3.
 // The summary is one JSON line on stdout; exit status 1 when an assertion failed.
 const fs = require('node:fs');
-const path = require('node:path');
 const { functions } = require('../addon/signatures');
 const { Rng } = require('./rng');
 
@@ -21,8 +20,7 @@ const maxCalls = Number(opt('calls', '5000'));
 const maxMs = Number(opt('seconds', '10')) * 1000;
 const mode = opt('mode', 'probe');
 const real = mode === 'real';
-const buildDir = process.env.KEYLOOM_BUILD_DIR ? path.resolve(process.env.KEYLOOM_BUILD_DIR) : path.resolve(__dirname, '..', '..', 'build');
-const k = require(path.join(buildDir, 'Release', 'keyloom.node'));
+const k = require(require('../helpers/paths').addonPath);
 const rng = new Rng(seed);
 
 let traceFd = 3;

@@ -1,15 +1,10 @@
 'use strict';
-// Where the built artefacts are; KEYLOOM_BUILD_DIR selects another build (a
-// sanitizer build, or a build for another Node.js line).
+// Where the built artefacts are (KEYLOOM_BUILD_DIR selects another build), plus
+// the test double of the library, which only the repository builds.
 const path = require('node:path');
-
-const root = path.resolve(__dirname, '..', '..');
-const buildDir = process.env.KEYLOOM_BUILD_DIR ? path.resolve(process.env.KEYLOOM_BUILD_DIR) : path.join(root, 'build');
+const location = require('../../js/build-location.js');
 
 module.exports = {
-  root,
-  buildDir,
-  addonPath: path.join(buildDir, 'Release', 'keyloom.node'),
-  probeDir: path.join(buildDir, 'probe'),
-  libDir: path.join(buildDir, 'lib'),
+  ...location,
+  doubleDir: path.join(location.buildDir, 'double'),
 };

@@ -2,11 +2,9 @@
 // The scenario of 40-security.test.js, run in a child process that has the
 // syslog/connect shim preloaded (syslog_shim.c). Prints one JSON line of
 // results; the parent checks them and the captured log and connections.
-const path = require('node:path');
 const { startRedis } = require('../../scripts/local-redis');
 
-const buildDir = path.resolve(process.env.KEYLOOM_BUILD_DIR || path.join(__dirname, '..', '..', 'build'));
-const k = require(path.join(buildDir, 'Release', 'keyloom.node'));
+const k = require(require('../helpers/paths').addonPath);
 const { PASSWORD, VALUE, WRONG, ACL_PASSWORD } = JSON.parse(process.argv[2]);
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 

@@ -1,5 +1,6 @@
 // Proxy objects and class templates.
 #include "runtime/proxy.h"
+#include "runtime/module.h"
 
 #include <node.h>
 
@@ -132,9 +133,6 @@ static void KLRT_Proxy_DefaultDtor(const v8::WeakCallbackInfo<KLRT_Proxy>& data)
 
 // ---- The class template ------------------------------------------------------------
 
-static v8::Local<v8::String> KLRT_Name(v8::Isolate* isolate, const char* name) {
-  return v8::String::NewFromUtf8(isolate, name, v8::NewStringType::kNormal).ToLocalChecked();
-}
 
 v8::Local<v8::FunctionTemplate> KLRT_CreateClassTemplate(v8::Isolate* isolate,
                                                            const char* name) {

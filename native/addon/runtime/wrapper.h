@@ -108,3 +108,10 @@ struct Wrapper {
 };
 
 }  // namespace keyloom
+
+// One line of a module's function table:
+// KL_EXPORT(exported name, C function, result kind, argument kinds...)
+#define KL_EXPORT(NAME, FN, RESULT, ...) \
+  ::keyloom::FunctionEntry{#NAME, &::keyloom::Wrapper<#NAME, &FN, RESULT __VA_OPT__(, ) __VA_ARGS__>::Call}
+// A library command under its own name, returning its code.
+#define KL_CMD(FN, ...) KL_EXPORT(FN, FN, RCode, __VA_ARGS__)

@@ -1,5 +1,5 @@
 // Type declarations of the idiomatic client: require('keyloom/client').
-import type { KlClient } from './index';
+import type { KlClient } from '../exact/index';
 
 /** A key, field, member or value: strings travel as UTF-8; a Buffer must be valid UTF-8 (except set()'s value). */
 export type Text = string | Buffer | Uint8Array | number;

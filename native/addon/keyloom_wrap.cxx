@@ -25,6 +25,7 @@
 #include "runtime/arg_kinds.h"
 #include "runtime/compat.h"
 #include "runtime/errors.h"
+#include "runtime/module.h"
 #include "runtime/proxy.h"
 #include "runtime/registry.h"
 #include "runtime/wrapper.h"
@@ -295,12 +296,6 @@ void JS_veto_set_variable(v8::Local<v8::Name> property, v8::Local<v8::Value>,
 
 // ---- The functions, in the order of the exports object ------------------------
 
-// KL_EXPORT(exported name, C function, result kind, argument kinds...)
-#define KL_EXPORT(NAME, FN, RESULT, ...) \
-  FunctionEntry{#NAME, &Wrapper<#NAME, &FN, RESULT __VA_OPT__(, ) __VA_ARGS__>::Call}
-// A library command under its own name, returning its code.
-#define KL_CMD(FN, ...) KL_EXPORT(FN, FN, RCode, __VA_ARGS__)
-
 // The five functions of a cell family X of CellType C: new_X, copy_X,
 // delete_X, X_assign and X_value. VALUE is the kind of a value argument, CELL
 // the kind of a cell, and RESULT how X_value returns the value.
@@ -513,15 +508,9 @@ const FunctionEntry kFunctions[] = {
     KL_EXPORT(kl_get_result, kl_get_result, RCode, Ret),
 };
 #undef KL_CELL_FAMILY
-#undef KL_CMD
-#undef KL_EXPORT
 static_assert(sizeof kFunctions / sizeof kFunctions[0] == 214);
 
 // ---- Initialization ------------------------------------------------------------
-
-v8::Local<v8::String> KLRT_Name(v8::Isolate* isolate, const char* name) {
-  return v8::String::NewFromUtf8(isolate, name, v8::NewStringType::kNormal).ToLocalChecked();
-}
 
 // A constant: an accessor-like native data property whose getter makes the
 // value and whose setter refuses the write (enumerable, configurable).
@@ -530,22 +519,6 @@ void KLRT_AddStaticVariable(v8::Isolate* isolate, v8::Local<v8::Context> context
                               v8::AccessorNameGetterCallback getter) {
   object->SetNativeDataProperty(context, KLRT_Name(isolate, name), getter, JS_veto_set_variable)
       .FromMaybe(false);
-}
-
-// A function: no data, no signature, declared length 0; a plain data property,
-// writable, enumerable and configurable. It is defined with CreateDataProperty
-// rather than Set: on the fresh exports object the property is the same, but a
-// named definition of a constant function keeps the object in fast mode
-// (Set's keyed store turns an object of more than a few properties into a
-// dictionary, which costs every `keyloom.fn` lookup a hash probe).
-void KLRT_AddStaticFunction(v8::Isolate* isolate, v8::Local<v8::Context> context,
-                              v8::Local<v8::Object> object, const char* name,
-                              v8::FunctionCallback callback) {
-  v8::Local<v8::Function> function;
-  if (!v8::FunctionTemplate::New(isolate, callback)->GetFunction(context).ToLocal(&function)) {
-    return;
-  }
-  object->CreateDataProperty(context, KLRT_Name(isolate, name), function).FromMaybe(false);
 }
 
 void Initialize(v8::Local<v8::Object> exports) {

@@ -2,12 +2,12 @@
 // The idiomatic client: require('keyloom/client'). Methods named after the commands,
 // strings and Buffers in, strings (or Buffers on request) and plain values out,
 // KeyloomError on failure, and no cell, array or reply left behind on any path.
-// Everything goes through the exact layer (index.js); see lib/client-support.js for
+// Everything goes through the exact layer (js/exact); see support.js for
 // the conversions and the Scope that owns what a command allocates.
 const {
   kl, codes, DIRTY, KeyloomError, text, byteLength, list, pairs, seconds, integer, number,
   decode, scoped, element, elements, countOf,
-} = require('./lib/client-support.js');
+} = require('./support.js');
 
 const HASHES = {
   default: kl.KL_HASH_DEFAULT, md5: kl.KL_HASH_MD5, crc: kl.KL_HASH_CRC,

@@ -5,7 +5,7 @@
 // them all when the command ends, however it ends.
 const { isUtf8 } = require('node:buffer');
 
-const kl = require('../index.js');
+const kl = require('../exact/index.js');
 
 // Result codes by number (the dirty bit, 128, is never a code of its own here).
 const CODE_NAMES = [

@@ -1,0 +1,40 @@
+// keyloom_client.node: the native entry points of the idiomatic client that the
+// exact layer does not export (library functions beyond its 124). Every function
+// is one line of kFunctions, written with the exact layer's wrapper template
+// and argument kinds (native/addon/runtime), so it converts, checks and raises
+// exactly as the exact layer does. Proxies made by keyloom.node (clients, cells,
+// arrays) are accepted here: both modules join one registry ring and share
+// their pointer types.
+#include <node.h>
+#include <v8.h>
+
+#include <vector>
+
+#include "keyloom.h"
+#include "runtime/arg_kinds.h"
+#include "runtime/module.h"
+#include "runtime/proxy.h"
+#include "runtime/registry.h"
+#include "runtime/wrapper.h"
+
+using namespace keyloom;  // the kinds: Client, CharP, Size, RCode ...
+
+namespace {
+
+// The functions, one line each: KL_CMD(C function, argument kinds...) or
+// KL_EXPORT(exported name, C function, result kind, argument kinds...).
+const std::vector<FunctionEntry> kFunctions = {
+};
+
+}  // namespace
+
+// Context-aware: loaded again by every worker thread that requires it.
+NODE_MODULE_INIT(/* exports, module, context */) {
+  v8::Isolate* isolate = context->GetIsolate();
+  KLRT_InitializeModule(static_cast<void*>(&exports));
+  v8::HandleScope scope(isolate);
+  KLRT_InstallProxyClass(isolate);
+  for (const FunctionEntry& function : kFunctions) {
+    KLRT_AddStaticFunction(isolate, context, exports, function.name, function.callback);
+  }
+}
