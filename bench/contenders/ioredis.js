@@ -2,42 +2,21 @@
 // ioredis on one server: awaited one at a time ('seq'), 100 commands in flight
 // ('inflight'), and 100 in flight with auto-pipelining ('autopipeline').
 const Redis = require('ioredis');
-const K = require('../lib/keys');
+const { workloadOp } = require('../lib/workload-op');
 
-function ops(redis, w) {
-  switch (w.kind) {
-    case 'get': {
-      const names = K.keyNames(w.prefix, w.nkeys);
-      return (i) => redis.get(names[i % names.length]);
-    }
-    case 'set': {
-      const names = K.keyNames(w.prefix, w.nkeys);
-      const v = K.valueOf(w.size);
-      return (i) => redis.set(names[i % names.length], v);
-    }
-    case 'mget':
-    case 'mget-build': {
-      const names = K.keyNames(w.prefix, w.count);
-      return () => redis.mget(names);
-    }
-    case 'mset': {
-      const v = K.valueOf(w.size);
-      const flat = K.keyNames(w.prefix, w.count).flatMap((k) => [k, v]);
-      return () => redis.mset(flat);
-    }
-    case 'hgetall':
-      return () => redis.hgetall(w.key);
-    case 'zrange':
-      return async () => {
-        const r = await redis.zrange(w.key, 0, -1, 'WITHSCORES');
-        let sum = 0;
-        for (let i = 1; i < r.length; i += 2) sum += Number(r[i]);
-        return sum;
-      };
-    default:
-      return null;
-  }
-}
+const commands = (redis) => ({
+  get: (k) => redis.get(k),
+  set: (k, v) => redis.set(k, v),
+  mget: (names) => redis.mget(names),
+  mset: (names, v) => redis.mset(names.flatMap((k) => [k, v])),
+  hgetall: (k) => redis.hgetall(k),
+  zrangeWithScores: async (k) => {
+    const r = await redis.zrange(k, 0, -1, 'WITHSCORES');
+    let sum = 0;
+    for (let i = 1; i < r.length; i += 2) sum += Number(r[i]);
+    return sum;
+  },
+});
 
 async function prepare(task) {
   if (task.ports.length !== 1) return null; // no client-side sharding
@@ -47,7 +26,7 @@ async function prepare(task) {
     lazyConnect: true, maxRetriesPerRequest: 1,
   });
   await redis.connect();
-  const op = ops(redis, task.workload);
+  const op = workloadOp(task.workload, commands(redis));
   if (!op) return null;
   return {
     mode: variant === 'seq' ? 'async' : 'inflight',

@@ -135,11 +135,10 @@ function markdown(R) {
     'unless "100 in flight" (100 concurrent awaiting loops on one connection). ioredis and node-redis do not shard, so they appear on one server only.', '',
     '## Targets', '', targetTable(R), '',
   ];
-  // What changed between runs, kept by hand beside the generated tables.
-  const changes = path.join(__dirname, '..', 'BEFORE-AFTER.md');
-  if (fs.existsSync(changes)) {
-    parts.push(fs.readFileSync(changes, 'utf8').replace(/^# /m, '## ').replace(/^## (?!Before)/gm, '### '), '');
-  }
+  // What changed between runs and where the time goes are kept by hand beside
+  // the generated tables; the report points at them instead of copying them.
+  parts.push('What changed between runs, and why: [BEFORE-AFTER.md](BEFORE-AFTER.md). ' +
+    'Where the time goes (profiles of the target rows): [PROFILE.md](PROFILE.md).', '');
   for (const [g, title] of GROUPS) {
     const t = groupTable(R, g);
     if (t) parts.push(`## ${title}`, '', t, '');
@@ -157,10 +156,6 @@ function markdown(R) {
     spreads(R, ['call-trivial', 'call-exists', 'get-3', 'get-1024', 'set-3', 'set-1024', 'mget-100-s1', 'mget-100-s4']), '');
   const n = notes(R);
   if (n.length) parts.push('## Skipped or failed', '', ...n, '');
-  const profile = path.join(__dirname, '..', 'PROFILE.md');
-  if (fs.existsSync(profile)) {
-    parts.push(fs.readFileSync(profile, 'utf8').replace(/^# /m, '## ').replace(/^## (?!Where)/gm, '### '), '');
-  }
   return parts.join('\n');
 }
 
