@@ -1,7 +1,5 @@
 'use strict';
 // Tables for the console and for bench/RESULTS.md, from one run's results.
-const fs = require('node:fs');
-const path = require('node:path');
 const { fmt, ratio } = require('./stats');
 
 const GROUPS = [
