@@ -8,6 +8,7 @@ const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
 const { build } = require('./build');
+const { sanitizerEnv } = require('../test/helpers/sanitizer.js');
 
 const root = path.resolve(__dirname, '..');
 const args = process.argv.slice(2);
@@ -36,27 +37,19 @@ function testFiles(dir) {
   return fs.readdirSync(abs).filter((f) => f.endsWith('.test.js')).sort().map((f) => path.join(abs, f));
 }
 
-function sanitizerEnv() {
-  if (!sanitize) return {};
-  const lib = (name) => execFileSync('g++', [`-print-file-name=${name}`], { encoding: 'utf8' }).trim();
-  return {
-    LD_PRELOAD: [lib('libasan.so'), lib('libubsan.so')].join(' '),
-    // allocator_may_return_null: calloc of an impossible count returns null, as
-    // new_*_array relies on, instead of aborting. No leak check at exit: a cell
-    // or array still held by a script is referenced from the engine's heap,
-    // which LeakSanitizer does not scan, so every one would be reported.
-    // test/addon/95-memory.test.js checks leaks precisely instead (a child that
-    // frees what it makes), and the library's own tests run with the check on.
-    ASAN_OPTIONS: `detect_leaks=0:allocator_may_return_null=1:suppressions=${path.join(root, 'test/sanitizer/asan.supp')}`,
-    UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
-  };
-}
+// allocator_may_return_null: calloc of an impossible count returns null, as
+// new_*_array relies on, instead of aborting. No leak check at exit: a cell or
+// array still held by a script is referenced from the engine's heap, which
+// LeakSanitizer does not scan, so every one would be reported.
+// test/addon/95-memory.test.js checks leaks precisely instead (a child that
+// frees what it makes), and the library's own tests run with the check on.
+const sanitizedEnv = () => (sanitize ? sanitizerEnv(['detect_leaks=0', 'allocator_may_return_null=1']) : {});
 
 function runNodeSuite(suite) {
   const files = testFiles(suite.dir);
   if (files.length === 0) return null;
   const tap = path.join(os.tmpdir(), `keyloom-${suite.name}-${process.pid}.tap`);
-  const env = { ...process.env, ...sanitizerEnv(), KEYLOOM_BUILD_DIR: buildDir };
+  const env = { ...process.env, ...sanitizedEnv(), KEYLOOM_BUILD_DIR: buildDir };
   if (suite.double) env.LD_LIBRARY_PATH = path.join(buildDir, 'double');
   const result = spawnSync(process.execPath, [
     '--expose-gc', '--test', '--test-timeout=600000',

@@ -9,13 +9,14 @@
 // docs/reliability.md for their exact wording).
 //   node test/chaos/run.js [--seconds N] [--seed N] [--build-dir DIR]
 //                          [--timeout-ms N] [--margin-ms N] [--sanitize]
-const { fork, execFileSync } = require('node:child_process');
+const { fork } = require('node:child_process');
 const path = require('node:path');
 const { startRedis } = require('../../scripts/local-redis');
 const { dump } = require('./resp');
 const { Rng } = require('../fuzz/rng');
+const { sanitizerEnv } = require('../helpers/sanitizer');
+const { defaultBuildDir } = require('../../scripts/build');
 
-const root = path.resolve(__dirname, '..', '..');
 process.setMaxListeners(100); // local-redis adds one exit listener per server start
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
 
@@ -28,19 +29,10 @@ function parseArgs(argv) {
   return {
     seconds: Number(opt('seconds', '20')),
     seed: Number(opt('seed', String(Math.floor(Math.random() * 2 ** 31)))) >>> 0,
-    buildDir: path.resolve(opt('build-dir', process.env.KEYLOOM_BUILD_DIR || path.join(root, sanitize ? 'build-asan' : 'build'))),
+    buildDir: path.resolve(opt('build-dir', process.env.KEYLOOM_BUILD_DIR || defaultBuildDir(sanitize))),
     timeoutMs: Number(opt('timeout-ms', '200')),
     marginMs: Number(opt('margin-ms', '300')),
     sanitize,
-  };
-}
-
-function sanitizerEnv() {
-  const lib = (name) => execFileSync('g++', [`-print-file-name=${name}`], { encoding: 'utf8' }).trim();
-  return {
-    LD_PRELOAD: [lib('libasan.so'), lib('libubsan.so')].join(' '),
-    ASAN_OPTIONS: 'detect_leaks=0',
-    UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
   };
 }
 
@@ -65,7 +57,7 @@ async function chaos(options, log = console.log) {
       reconnectMs: 100,
       maxWrites: 200000,
     };
-    const env = { ...process.env, ...(o.sanitize ? sanitizerEnv() : {}), KEYLOOM_BUILD_DIR: o.buildDir };
+    const env = { ...process.env, ...(o.sanitize ? sanitizerEnv(['detect_leaks=0']) : {}), KEYLOOM_BUILD_DIR: o.buildDir };
     child = fork(path.join(__dirname, 'load.js'), [JSON.stringify(cfg)], { env, stdio: ['ignore', 'inherit', 'pipe', 'ipc'] });
     let stderr = '';
     child.stderr.on('data', (d) => { stderr = (stderr + d).slice(-20000); });

@@ -10,10 +10,12 @@
 // --sanitize preloads libasan/libubsan into the children (use a build made
 // with --sanitize). A crash is reported with the batch seed and the last call;
 // exit status 0 only when every batch held.
-const { spawn, execFileSync } = require('node:child_process');
+const { spawn } = require('node:child_process');
 const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
+const { sanitizerEnv } = require('../helpers/sanitizer');
+const { defaultBuildDir } = require('../../scripts/build');
 
 const root = path.resolve(__dirname, '..', '..');
 
@@ -29,18 +31,8 @@ function parseArgs(argv) {
     seed: Number(opt('seed', String(Math.floor(Math.random() * 2 ** 31)))) >>> 0,
     mode: opt('mode', 'both'),
     sanitize,
-    buildDir: path.resolve(opt('build-dir', envDir || path.join(root, sanitize ? 'build-asan' : 'build'))),
+    buildDir: path.resolve(opt('build-dir', envDir || defaultBuildDir(sanitize))),
     calls: Number(opt('calls', '4000')),
-  };
-}
-
-function sanitizerEnv() {
-  const lib = (name) => execFileSync('g++', [`-print-file-name=${name}`], { encoding: 'utf8' }).trim();
-  return {
-    LD_PRELOAD: [lib('libasan.so'), lib('libubsan.so')].join(' '),
-    // leaks are the memory test's business: the fuzzer leaves cells behind on purpose
-    ASAN_OPTIONS: 'detect_leaks=0:allocator_may_return_null=1:abort_on_error=0:halt_on_error=1',
-    UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
   };
 }
 
@@ -90,7 +82,8 @@ async function fuzz(options, log = console.log) {
   const addon = path.join(o.buildDir, 'Release', 'keyloom.node');
   if (!fs.existsSync(addon)) throw new Error(`no addon at ${addon}: build first (node scripts/build.js --build-dir ${o.buildDir})`);
   log(`fuzz: seed ${o.seed}, ${o.seconds} s, modes ${modes.join('+')}, build ${o.buildDir}${o.sanitize ? ', sanitizer' : ''}`);
-  const baseEnv = o.sanitize ? sanitizerEnv() : {};
+  // leaks are the memory test's business: the fuzzer leaves cells behind on purpose
+  const baseEnv = o.sanitize ? sanitizerEnv(['detect_leaks=0', 'allocator_may_return_null=1', 'abort_on_error=0', 'halt_on_error=1']) : {};
   let servers = [];
   if (modes.includes('real')) servers = await startServers();
   const probeLog = path.join(os.tmpdir(), `keyloom-fuzz-probe-${process.pid}.jsonl`);

@@ -8,7 +8,7 @@ const assert = require('node:assert/strict');
 const { fuzz } = require('../fuzz/run');
 const { buildDir } = require('../helpers/paths');
 
-const underSanitizer = /libasan/.test(process.env.LD_PRELOAD || '');
+const { underSanitizer } = require('../helpers/sanitizer');
 
 test('the fuzzer finds no crash and no wrong exception or result', { timeout: 300000 }, async () => {
   const seed = process.env.KEYLOOM_FUZZ_SEED !== undefined ? Number(process.env.KEYLOOM_FUZZ_SEED)

@@ -8,7 +8,7 @@ const assert = require('node:assert/strict');
 const { chaos } = require('../chaos/run');
 const { buildDir } = require('../helpers/paths');
 
-const underSanitizer = /libasan/.test(process.env.LD_PRELOAD || '');
+const { underSanitizer } = require('../helpers/sanitizer');
 
 test('servers killed, paused and restarted under load: every invariant holds', { timeout: 300000 }, async () => {
   const seed = process.env.KEYLOOM_CHAOS_SEED !== undefined ? Number(process.env.KEYLOOM_CHAOS_SEED)

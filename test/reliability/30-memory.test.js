@@ -10,7 +10,7 @@ const { addonPath } = require('../helpers/paths');
 const k = require(addonPath);
 const OPS = Number(process.env.KEYLOOM_MEMORY_OPS || 1000000);
 const SECONDS = Number(process.env.KEYLOOM_MEMORY_SECONDS || 150);
-const underSanitizer = /libasan/.test(process.env.LD_PRELOAD || '');
+const { underSanitizer } = require('../helpers/sanitizer');
 
 test('a million operations keep the memory flat after warm-up', { timeout: (SECONDS + 60) * 1000 }, async () => {
   const server = await startRedis();
