@@ -55,7 +55,7 @@ export type SetFlags = number;
 /** ZSET_* flags, combined with |. */
 export type ZSetFlags = number;
 
-// ---- the 54 constants (read-only) ----
+// ---- the constants (read-only) ----
 export declare const KL_SUCCESS: 0;
 export declare const KL_ERROR: 1;
 export declare const KL_PTHREAD_OP_FAILURE: 2;

@@ -1,5 +1,5 @@
 // keyloom_client.node: the native entry points of the idiomatic client that the
-// exact layer does not export (library functions beyond its 124). Every function
+// exact layer does not export (library functions beyond the ones it wraps). Every function
 // is one line of kFunctions, written with the exact layer's wrapper template
 // and argument kinds (native/addon/runtime), so it converts, checks and raises
 // exactly as the exact layer does. Proxies made by keyloom.node (clients, cells,

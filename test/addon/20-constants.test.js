@@ -1,5 +1,5 @@
 'use strict';
-// The 54 read-only integer constants.
+// The read-only integer constants.
 const { test } = require('node:test');
 const assert = require('node:assert/strict');
 const { constants } = require('./signatures');

@@ -9,7 +9,7 @@ const os = require('node:os');
 const path = require('node:path');
 const { addonPath } = require('../helpers/paths');
 const { addon: first, argMessage } = require('./harness');
-const { constants, functions } = require('./signatures');
+const { exportedNames } = require('./signatures');
 
 const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'keyloom-ring-'));
 const copyPath = path.join(dir, 'keyloom-copy.node');
@@ -17,9 +17,9 @@ fs.copyFileSync(path.resolve(addonPath), copyPath);
 const second = require(copyPath);
 after(() => fs.rmSync(dir, { recursive: true, force: true }));
 
-test('the second load exports the same 268 names', () => {
+test('the second load exports the same names', () => {
   assert.notEqual(second, first);
-  assert.deepEqual(Object.keys(second), [...constants.map(([n]) => n), ...functions.map((f) => f.name)]);
+  assert.deepEqual(Object.keys(second), exportedNames);
 });
 
 test('a cell made by one load is read and freed by the other', () => {

@@ -255,5 +255,13 @@ lib('kl_is_dirty', ['kl_return_t'], 'uint8');
 lib('kl_get_result', ['kl_return_t'], 'int');
 
 const byName = new Map(functions.map((f) => [f.name, f]));
+// Every exported name, in the order of the exports object: constants first.
+const exportedNames = [...constants.map(([name]) => name), ...functions.map((f) => f.name)];
+// The library's functions that the exports call, each once.
+const libraryFunctions = [...new Set(functions.map((f) => f.calls).filter(Boolean))];
 
-module.exports = { constants, functions, byName };
+// The documented size of the surface, the one place these figures are written;
+// the tests compare the tables above with them.
+const documentedCounts = { constants: 54, functions: 214, exports: 268, libraryFunctions: 124 };
+
+module.exports = { constants, functions, byName, exportedNames, libraryFunctions, documentedCounts };

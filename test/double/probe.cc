@@ -1,4 +1,4 @@
-// libkeyloom.so.1 test double: every one of the 124 functions of keyloom.h,
+// libkeyloom.so.1 test double: every function of keyloom.h that the addon calls,
 // logging its arguments (probe_log.h) and returning a canned result.
 //  - kl_return_t functions return $KEYLOOM_PROBE_RESULT (default 0);
 //  - kl_client_create / kl_group_client return a fresh distinct client (null

@@ -1,6 +1,6 @@
 #!/usr/bin/env node
 'use strict';
-// `npm run fuzz`: random calls of all 214 exported functions with random
+// `npm run fuzz`: random calls of every exported function with random
 // argument lists, in batches, each batch in a child process (test/fuzz/worker.js).
 //   node test/fuzz/run.js [--seconds N] [--seed N] [--mode probe|real|both]
 //                         [--sanitize] [--build-dir DIR] [--calls N]

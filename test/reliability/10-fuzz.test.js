@@ -1,6 +1,6 @@
 'use strict';
 // A short run of the JavaScript fuzzer (test/fuzz/run.js): random calls of all
-// 214 functions against the library's test double and against the real library
+// exported functions against the library's test double and against the real library
 // with two live servers, each batch in a child process. KEYLOOM_FUZZ_SEED and
 // KEYLOOM_FUZZ_SECONDS override the seed and the length.
 const test = require('node:test');
