@@ -97,7 +97,8 @@ void delete_charppp(char*** cell) {
 }
 // free() of whatever the pointer is. For a JavaScript string argument the
 // wrapper then releases its temporary copy as after every char * argument,
-// which frees it a second time: kept as it always was (meant for _p_char and null).
+// which frees it a second time: a deliberate quirk of the exact layer (the
+// function is meant for _p_char and null).
 // Not inlined, so that the compiler does not flag the deliberate double free.
 [[gnu::noinline]] void delete_charp(char* pointer) { std::free(pointer); }
 

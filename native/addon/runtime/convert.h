@@ -155,8 +155,3 @@ inline int KLRT_AsCharPtrAndSize(v8::Isolate* isolate, v8::Local<v8::Value> valR
   }
   return KLRT_TypeError;
 }
-
-// A JavaScript integer from a 32-bit value.
-inline v8::Local<v8::Value> KLRT_From_int(v8::Isolate* isolate, int value) {
-  return v8::Integer::New(isolate, value);
-}

@@ -4,8 +4,8 @@
 // list that accepts only itself (no inheritance, no implicit conversions), and
 // the module info that links this registry into the ring of every registry of
 // the same construction loaded into a context. The ring's head is kept on the
-// context's global object under the private key "keyloom_module_info_data" (what
-// older engines kept as a hidden value). The record layouts are shared with other modules
+// context's global object under the private key "keyloom_module_info_data",
+// invisible to scripts. The record layouts are shared with other modules
 // through that ring, so their fields and order must not change.
 #pragma once
 
