@@ -23,7 +23,7 @@ struct Range {
   Strings values;
 };
 
-class Zsets : public ::testing::Test {
+class SortedSets : public ::testing::Test {
  protected:
   kl_client *c() { return cluster.client(); }
   kl_return_t add(const std::string &member, double score, const std::string &key = "z",
@@ -64,7 +64,7 @@ class Zsets : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(Zsets, RangesByRankWithEveryFlag) {
+TEST_F(SortedSets, RangesByRankWithEveryFlag) {
   fill();
   EXPECT_EQ(range(0, -1, ZSET_DEFAULT).members, (Strings{"m1", "m2", "m3", "m4", "m5"}));
   Range r = range(1, 2, ZSET_WITH_SCORES | ZSET_WITH_VALUES);
@@ -80,7 +80,7 @@ TEST_F(Zsets, RangesByRankWithEveryFlag) {
   EXPECT_EQ(range(0, -1, ZSET_DEFAULT, false, "missing").result, KL_NOTFOUND);
 }
 
-TEST_F(Zsets, RangesByScore) {
+TEST_F(SortedSets, RangesByScore) {
   fill();
   Range r = range(2, 4, ZSET_WITH_SCORES, true);
   EXPECT_EQ(r.members, (Strings{"m2", "m3", "m4"}));
@@ -91,7 +91,7 @@ TEST_F(Zsets, RangesByScore) {
   EXPECT_EQ(range(NAN, 1, ZSET_DEFAULT, true).result, KL_INVALID_PARAMETER);
 }
 
-TEST_F(Zsets, ScoresValuesRanksAndCounts) {
+TEST_F(SortedSets, ScoresValuesRanksAndCounts) {
   fill();
   ASSERT_EQ(add("plain", 2.5), KL_SUCCESS);
   double score = 0;
@@ -124,7 +124,7 @@ TEST_F(Zsets, ScoresValuesRanksAndCounts) {
   EXPECT_EQ(score, 1.5);
 }
 
-TEST_F(Zsets, MultiAddAndRemoveKeepValuesInStep) {
+TEST_F(SortedSets, MultiAddAndRemoveKeepValuesInStep) {
   Strings names = {"a", "b", "c"};
   Strings vals = {"va", "", "vc"};
   CArgs members(names), values(vals);
@@ -153,7 +153,7 @@ TEST_F(Zsets, MultiAddAndRemoveKeepValuesInStep) {
   EXPECT_EQ(range(0, -1, ZSET_WITH_VALUES).values, (Strings{kNil, kNil}));
 }
 
-TEST_F(Zsets, RemoveRangesDropTheirValues) {
+TEST_F(SortedSets, RemoveRangesDropTheirValues) {
   fill();
   unsigned removed = 0;
   ASSERT_EQ(kl_zremrangebyscore(c(), lit("z"), 1, 2, 3, &removed), KL_SUCCESS);
@@ -164,7 +164,7 @@ TEST_F(Zsets, RemoveRangesDropTheirValues) {
   EXPECT_EQ(cluster.direct(0, {"HLEN", "z::keyloom:zvals"})->integer, 2);
 }
 
-TEST_F(Zsets, KeepOnlyTheHighestOrLowest) {
+TEST_F(SortedSets, KeepOnlyTheHighestOrLowest) {
   fill();
   ASSERT_EQ(kl_zaddmaxinc(c(), lit("z"), 1, 3, 100), KL_SUCCESS);
   EXPECT_EQ(range(0, -1, ZSET_DEFAULT).members, (Strings{"m3", "m4", "m5"}));
@@ -177,7 +177,7 @@ TEST_F(Zsets, KeepOnlyTheHighestOrLowest) {
   EXPECT_EQ(kl_zaddmaxinc(c(), lit("z"), 1, 0, 0), KL_INVALID_PARAMETER);
 }
 
-TEST_F(Zsets, AddValueMaxOnlyRaises) {
+TEST_F(SortedSets, AddValueMaxOnlyRaises) {
   ASSERT_EQ(kl_zaddvalmax(c(), lit("z"), 1, lit("m"), 1, lit("first"), 5, 10, 0), KL_SUCCESS);
   EXPECT_EQ(kl_zaddvalmax(c(), lit("z"), 1, lit("m"), 1, lit("lower"), 5, 5, 0), KL_ALREADY_EXISTS);
   EXPECT_EQ(kl_zaddvalmax(c(), lit("z"), 1, lit("m"), 1, lit("same"), 4, 10, 0), KL_ALREADY_EXISTS);
@@ -191,7 +191,7 @@ TEST_F(Zsets, AddValueMaxOnlyRaises) {
   EXPECT_GT(cluster.direct(0, {"TTL", "z::keyloom:zvals"})->integer, 90);
 }
 
-TEST_F(Zsets, AddDisplacingEvictsNeighbours) {
+TEST_F(SortedSets, AddDisplacingEvictsNeighbours) {
   fill();  // m1..m5 at 1..5
   char *evicted = nullptr;
   ASSERT_EQ(kl_zadddis(c(), lit("z"), 1, 3.2, lit("new"), 3, 1.3, &evicted, 0), KL_SUCCESS);
@@ -207,7 +207,7 @@ TEST_F(Zsets, AddDisplacingEvictsNeighbours) {
   EXPECT_EQ(kl_zadddis(c(), lit("z"), 1, 1, lit("x"), 1, -1, &evicted, 0), KL_INVALID_PARAMETER);
 }
 
-TEST_F(Zsets, TtlAndWrongType) {
+TEST_F(SortedSets, TtlAndWrongType) {
   ASSERT_EQ(addval("m", 1, "v", "t", 100), KL_SUCCESS);
   EXPECT_GT(cluster.direct(0, {"TTL", "t"})->integer, 90);
   EXPECT_GT(cluster.direct(0, {"TTL", "t::keyloom:zvals"})->integer, 90);
@@ -244,7 +244,7 @@ TEST_F(Zsets, TtlAndWrongType) {
   EXPECT_EQ(cluster.direct(0, {"TYPE", "str"})->str, std::string("string"));
 }
 
-TEST_F(Zsets, InvalidArgumentsSendNothing) {
+TEST_F(SortedSets, InvalidArgumentsSendNothing) {
   char **names = nullptr;
   char *value = nullptr;
   size_t count = 0, *lens = nullptr, len = 0;

@@ -15,7 +15,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-class Dicts : public ::testing::Test {
+class Dictionaries : public ::testing::Test {
  protected:
   kl_client *c() { return cluster.client(); }
   kl_return_t add(const std::string &word, const std::string &value, unsigned weight,
@@ -47,7 +47,7 @@ class Dicts : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(Dicts, CompletionIsHeaviestFirstThenByteOrder) {
+TEST_F(Dictionaries, CompletionIsHeaviestFirstThenByteOrder) {
   ASSERT_EQ(add("apple", "A", 5), KL_SUCCESS);
   ASSERT_EQ(add("apricot", "B", 9), KL_SUCCESS);
   ASSERT_EQ(add("apex", "C", 5), KL_SUCCESS);
@@ -71,7 +71,7 @@ TEST_F(Dicts, CompletionIsHeaviestFirstThenByteOrder) {
   take_strings(values, count, vlens);
 }
 
-TEST_F(Dicts, PrefixesWithHighBytesFindEveryWord) {
+TEST_F(Dictionaries, PrefixesWithHighBytesFindEveryWord) {
   std::string p("a\xff", 2);
   ASSERT_EQ(add(p, "1", 1), KL_SUCCESS);
   ASSERT_EQ(add(p + "\xff\x01", "2", 2), KL_SUCCESS);
@@ -80,7 +80,7 @@ TEST_F(Dicts, PrefixesWithHighBytesFindEveryWord) {
   EXPECT_EQ(close("\xff"), Strings{kl_strerror(KL_NOTFOUND)});
 }
 
-TEST_F(Dicts, GetRemoveAndReplace) {
+TEST_F(Dictionaries, GetRemoveAndReplace) {
   ASSERT_EQ(add("w", "first", 1), KL_SUCCESS);
   EXPECT_EQ(get("w"), "first");
   ASSERT_EQ(add("w", "second", 7), KL_SUCCESS);
@@ -96,7 +96,7 @@ TEST_F(Dicts, GetRemoveAndReplace) {
   EXPECT_EQ(cluster.dbsize(0), 0);  // the hashes beside the index went with the last word
 }
 
-TEST_F(Dicts, ManyWordsCountTheNewOnes) {
+TEST_F(Dictionaries, ManyWordsCountTheNewOnes) {
   Strings words = {"x", "y", "z"}, values = {"1", "2", "3"};
   CArgs w(words), v(values);
   int added = 0;
@@ -112,7 +112,7 @@ TEST_F(Dicts, ManyWordsCountTheNewOnes) {
     EXPECT_GT(cluster.direct(0, {"TTL", key})->integer, 90) << key;
 }
 
-TEST_F(Dicts, ADeletedDictionaryLeavesNothingBehind) {
+TEST_F(Dictionaries, ADeletedDictionaryLeavesNothingBehind) {
   ASSERT_EQ(add("old", "v", 1), KL_SUCCESS);
   cluster.direct(0, {"DEL", "d"});
   EXPECT_EQ(get("old"), "<not found>");
@@ -121,14 +121,14 @@ TEST_F(Dicts, ADeletedDictionaryLeavesNothingBehind) {
   EXPECT_EQ(cluster.direct(0, {"HLEN", "d::keyloom:dvals"})->integer, 1);
 }
 
-TEST_F(Dicts, DeletingTheDictionaryDeletesItsValuesAndWeights) {
+TEST_F(Dictionaries, DeletingTheDictionaryDeletesItsValuesAndWeights) {
   ASSERT_EQ(add("word", "v", 3), KL_SUCCESS);
   EXPECT_EQ(cluster.dbsize(0), 3);
   ASSERT_EQ(kl_del(c(), mut("d"), 1), KL_SUCCESS);
   EXPECT_EQ(cluster.dbsize(0), 0);
 }
 
-TEST_F(Dicts, WrongTypeAndInvalidArguments) {
+TEST_F(Dictionaries, WrongTypeAndInvalidArguments) {
   cluster.direct(0, {"SET", "str", "x"});
   EXPECT_EQ(add("w", "v", 1, 100, "str"), KL_SERVER_ERROR);
   EXPECT_EQ(cluster.direct(0, {"TTL", "str"})->integer, -1);
