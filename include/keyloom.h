@@ -202,6 +202,13 @@ kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout
 /* How long a failed server stays marked down before a reconnect, in ms
    (default 1000; 0 retries on the next call). */
 kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int timeout_ms);
+/* The most one reply may cost, in bytes: its strings, its elements and their
+   bookkeeping (default and 0: 512 MiB, what a server holds in one value at
+   most). A reply that would pass it is refused before the memory for it is
+   taken, an announced length or element count included: the call fails with
+   KL_MEMORY_FAILURE (a read does not fail over to another group for it) and
+   that connection is closed; the server is not marked down. */
+kl_return_t kl_client_max_reply_size(kl_client *client, size_t bytes);
 /* Adds host:port (port 1..65535) to a group (NULL or "" means the group
    "default"); the same server twice in one group: KL_ALREADY_EXISTS. */
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group);

@@ -116,6 +116,16 @@ kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int 
   return KL_SUCCESS;
 }
 
+kl_return_t kl_client_max_reply_size(kl_client *client, size_t bytes) {
+  KL_REQUIRE_CLIENT(client);
+  CallScope lock(client);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  client->max_reply_bytes = bytes ? bytes : kDefaultMaxReplyBytes;
+  for (auto &group : client->groups)
+    for (auto &server : group->servers) server->budget.limit = client->max_reply_bytes;
+  return KL_SUCCESS;
+}
+
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(host && *host && port > 0 && port <= 65535);

@@ -13,6 +13,7 @@
 #include "continuum.h"
 #include "keyloom.h"
 #include "lock.h"
+#include "reply_reader.h"
 
 namespace keyloom {
 
@@ -22,6 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kDefaultConnectTimeoutMs = 1000;
 constexpr unsigned kDefaultReconnectTimeoutMs = 1000;
+// As much as a server may hold in one value (its own proto-max-bulk-len).
+constexpr size_t kDefaultMaxReplyBytes = size_t{512} << 20;
 
 struct Server {
   std::string host;
@@ -34,6 +37,7 @@ struct Server {
   int version_minor = 0;
   unsigned io_timeout_ms = 0;   // the socket's current time-out (0: not set)
   std::vector<const Script *> loaded_scripts;  // SCRIPT LOADed on this connection
+  ReplyBudget budget;           // what the reply being read may still cost
 };
 
 struct Group {
@@ -54,6 +58,7 @@ struct kl_client {
   kl_client_version version = CLIENT_VERSION_AUTO;
   unsigned connect_timeout_ms = keyloom::kDefaultConnectTimeoutMs;
   unsigned reconnect_timeout_ms = keyloom::kDefaultReconnectTimeoutMs;
+  size_t max_reply_bytes = keyloom::kDefaultMaxReplyBytes;  // one reply's cost at most
   bool has_password = false;
   std::string password;  // "password", or "user\0password" for an ACL user
   int db = 0;                              // the selected database

@@ -111,6 +111,8 @@ bool connect_server(kl_client *client, Server *server) {
   }
   server->ctx = ctx;
   server->io_timeout_ms = 0;
+  server->budget.limit = client->max_reply_bytes;
+  attach_reply_budget(ctx->reader, &server->budget);
   if (!arm_timeout(client, server)) return drop_failed(client, server, "out of time"), false;
 
   // Replayed state. An error reply (wrong password, no SELECT on this server)

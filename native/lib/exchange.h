@@ -17,6 +17,7 @@ struct Batch {
   std::vector<Command *> picked;  // ...or these, when not empty
   Replies replies;               // one per command after exchange()
   bool failed = false;           // down, lost, timed out: no replies
+  bool too_large = false;        // failed: a reply passed the client's maximum reply size
   std::vector<unsigned char> preloaded;  // SCRIPT LOAD sent before command i
   // When set, called with each reply as soon as it is read, before the next
   // one is read; it may release the reply (replies[i].reset()) so that large
@@ -36,6 +37,10 @@ struct Batch {
 
 // Runs every non-empty batch. A failed server is marked down.
 void exchange(kl_client *client, Batch *batches, size_t n);
+
+// The code of a call whose reply passed the client's maximum reply size: the
+// memory it would take is refused.
+constexpr kl_return_t KL_REPLY_TOO_LARGE = KL_MEMORY_FAILURE;
 
 // The code for "every server needed is down".
 inline kl_return_t down_code(const kl_client *client) {

@@ -113,9 +113,9 @@ bool append(const kl_client *client, Batch &b) {
   return true;
 }
 
-bool read_one(redisContext *ctx, Reply *out) {
+bool read_one(Server *server, Reply *out) {
   void *r = nullptr;
-  if (redisGetReply(ctx, &r) != REDIS_OK || !r) return false;
+  if (!read_reply(server->ctx, &server->budget, &r)) return false;
   out->reset(static_cast<redisReply *>(r));
   return true;
 }
@@ -141,7 +141,7 @@ bool retry_as_eval(Batch &b, size_t i) {
 void exchange(kl_client *client, Batch *batches, size_t n) {
   for (size_t k = 0; k < n; ++k) {
     Batch &b = batches[k];
-    b.failed = false;
+    b.failed = b.too_large = false;
     b.replies.clear();
     if (b.size() == 0) continue;
     if (!connect_server(client, b.server)) {
@@ -184,15 +184,15 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
     for (size_t i = 0; ok && i < b.size(); ++i) {
       if (!b.preloaded.empty() && b.preloaded[i]) {
         Reply load;
-        ok = read_one(b.server->ctx, &load);
+        ok = read_one(b.server, &load);
         if (!ok) break;
       }
       if (b.on_read_start) b.on_read_start(b.on_read_context, b, i);
       if (b.reader_fn) {
         void *r = nullptr;
-        ok = redisGetReply(b.server->ctx, &r) == REDIS_OK && r;
+        ok = read_reply(b.server->ctx, &b.server->budget, &r);
       } else {
-        ok = read_one(b.server->ctx, &b.replies[i]);
+        ok = read_one(b.server, &b.replies[i]);
       }
       if (ok && b.on_read) b.on_read(b.on_read_context, b, i);
     }
@@ -205,7 +205,15 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
     }
     for (size_t i = 0; ok && i < b.size(); ++i)
       if (is_noscript(b.replies[i].get()) && b.cmd(i).script()) ok = retry_as_eval(b, i);
-    if (!ok) {
+    if (!ok && b.server->budget.exceeded) {
+      // The server is up and answering: only this connection, whose stream
+      // now holds the rest of the refused reply, goes.
+      log_event(client, KL_LEVEL_ERROR, "a reply from %s passes the maximum reply size of %zu bytes",
+                b.server->name.c_str(), client->max_reply_bytes);
+      b.failed = b.too_large = true;
+      b.replies.clear();
+      disconnect_server(b.server);
+    } else if (!ok) {
       log_event(client, KL_LEVEL_ERROR, "no reply from %s: %s", b.server->name.c_str(),
                 b.server->ctx ? b.server->ctx->errstr : "");
       fail(client, b, "read failed");
@@ -237,12 +245,13 @@ kl_return_t run_write(kl_client *client, Route route, Command *cmds, size_t n,
   }
   exchange(client, batches, groups);
 
-  bool answered = false, some_failed = false;
+  bool answered = false, some_failed = false, too_large = false;
   kl_return_t result = KL_SUCCESS;
   for (size_t g = 0; g < groups; ++g) {
     Batch &b = batches[g];
     if (b.failed) {
       some_failed = true;
+      too_large = too_large || b.too_large;
       continue;
     }
     kl_return_t code = interpret(b.replies, !answered);
@@ -252,7 +261,7 @@ kl_return_t run_write(kl_client *client, Route route, Command *cmds, size_t n,
     else if (code != result) some_failed = true;
     answered = true;
   }
-  if (!answered) return down_code(client);
+  if (!answered) return too_large ? KL_REPLY_TOO_LARGE : down_code(client);
   return some_failed ? static_cast<kl_return_t>(result | KL_DIRTY) : result;
 }
 
@@ -270,6 +279,8 @@ kl_return_t run_read(kl_client *client, Route route, Command *cmds, size_t n,
     b.server = server_for(*group, route);
     exchange(client, &b, 1);
     if (!b.failed) return interpret(b.replies, true);
+    // Another group holds the same value: failing over would not make it smaller.
+    if (b.too_large) return KL_REPLY_TOO_LARGE;
   }
   return down_code(client);
 }

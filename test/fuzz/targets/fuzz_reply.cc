@@ -1,5 +1,5 @@
 // libFuzzer target: reply handling. Arbitrary bytes go through hiredis's reply
-// reader as a server would send them; every reply it produces is handed to the
+// reader, with the library's budgeted reply objects, as a server would send them; every reply it produces is handed to the
 // library's reply helpers (put_reply_string, put_string_array, expect_type,
 // reply_integer, reply_double), and what they put in the caller's cells is read
 // back and released as a caller would.
@@ -11,6 +11,7 @@
 
 #include "internal.h"
 #include "keyloom.h"
+#include "reply_reader.h"
 
 #define CHECK(cond) \
   do {              \
@@ -68,6 +69,10 @@ static void use_reply(const redisReply *r, int depth) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   redisReader *reader = redisReaderCreate();
+  // The library's reply objects, under a limit well inside the fuzzer's memory.
+  keyloom::ReplyBudget budget;
+  budget.limit = size_t{64} << 20;
+  keyloom::attach_reply_budget(reader, &budget);
   // feed in two pieces at a point chosen by the first byte: replies split across reads
   size_t cut = size ? data[0] % (size + 1) : 0;
   redisReaderFeed(reader, reinterpret_cast<const char *>(data), cut);
@@ -78,6 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       if (!reply) break;
       use_reply(static_cast<redisReply *>(reply), 0);
       freeReplyObject(reply);
+      budget.used = 0;
     }
     if (round == 0) redisReaderFeed(reader, reinterpret_cast<const char *>(data) + cut, size - cut);
   }

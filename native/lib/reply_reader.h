@@ -1,0 +1,34 @@
+// Reading replies with a size limit. Every connection's reader builds its
+// reply objects with the functions here: the same objects hiredis builds (freed
+// with freeReplyObject), but each reply is charged for what it costs (objects,
+// strings, element slots) and refused as soon as it would pass the client's
+// maximum reply size, before the memory for it is taken. An array's element
+// slots grow as its elements arrive, so a header announcing 2^31 elements
+// costs nothing until the elements come; a bulk string's announced length is
+// checked before the reader buffers its bytes.
+#pragma once
+
+#include <hiredis/hiredis.h>
+
+#include <cstddef>
+
+namespace keyloom {
+
+// The charge of the reply being read on one connection.
+struct ReplyBudget {
+  size_t limit = 0;      // bytes one reply may cost
+  size_t used = 0;       // charged to the reply in progress
+  bool exceeded = false;  // the reply in progress was refused
+};
+
+// Makes reader build budgeted reply objects, charged to budget (which must
+// outlive the reader's use).
+void attach_reply_budget(redisReader *reader, ReplyBudget *budget);
+
+// The next reply of ctx, reading from the socket as needed (redisGetReply with
+// the announced-size check between reads). False when none could be read: the
+// connection failed, timed out, or the reply passed the budget
+// (budget->exceeded is set then).
+bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply);
+
+}  // namespace keyloom

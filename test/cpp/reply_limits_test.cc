@@ -1,0 +1,114 @@
+// The maximum reply size: a reply that would cost more than the client allows
+// is refused before the memory is taken, the call fails with
+// KL_MEMORY_FAILURE, that connection goes and the server stays up.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <string>
+
+#include "keyloom.h"
+#include "support/scripted_server.h"
+#include "support/test_cluster.h"
+
+using keyloom::test::mut;
+using keyloom::test::ScriptedServer;
+using keyloom::test::TestCluster;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long long ms_since(Clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+// A client of one scripted server that sends no INFO at connect.
+kl_client *client_of(const ScriptedServer &server, unsigned timeout_ms) {
+  kl_client *c = kl_client_create(KL_HASH_DEFAULT, KL_DISTRIBUTION_MODULA, nullptr, KL_FLAG_NONE);
+  kl_set_client_version(c, CLIENT_VERSION_1);
+  kl_client_connection_timeout(c, timeout_ms);
+  kl_server_add(c, mut("127.0.0.1"), server.port(), nullptr);
+  return c;
+}
+
+kl_return_t get(kl_client *c, const char *key, std::string *out = nullptr) {
+  char *value = nullptr;
+  size_t len = 0;
+  kl_return_t r = kl_get_whole(c, mut(key), std::strlen(key), &value, &len, nullptr, 0);
+  if (r == KL_SUCCESS && out) out->assign(value, len);
+  kl_free_php_reply_p(&value);
+  return r;
+}
+
+TEST(ReplyLimits, AnAnnouncedBulkLengthOverTheLimitIsRefusedBeforeItsBytesArrive) {
+  // 1 GB announced, 3 bytes sent: the default limit (512 MiB) refuses it at
+  // the header instead of buffering until the time-out.
+  ScriptedServer server({"$1000000000\r\nabc"});
+  kl_client *c = client_of(server, 3000);
+  auto start = Clock::now();
+  EXPECT_EQ(get(c, "k"), KL_MEMORY_FAILURE);
+  EXPECT_LT(ms_since(start), 3000);
+  kl_client_destroy(c);
+}
+
+TEST(ReplyLimits, AnArrayCostsWhatArrivesNotWhatItsHeaderAnnounces) {
+  // A million elements announced, 300,000 sent: they alone pass a 1 MiB limit.
+  std::string answer = "*1000000\r\n";
+  for (int i = 0; i < 300000; ++i) answer += ":1\r\n";
+  ScriptedServer server({answer});
+  kl_client *c = client_of(server, 3000);
+  ASSERT_EQ(kl_client_max_reply_size(c, 1 << 20), KL_SUCCESS);
+  size_t count = 0;
+  char **fields = nullptr, **values = nullptr;
+  size_t *field_lens = nullptr, *value_lens = nullptr;
+  auto start = Clock::now();
+  EXPECT_EQ(kl_hgetall(c, mut("h"), 1, &count, &fields, &field_lens, &values, &value_lens),
+            KL_MEMORY_FAILURE);
+  EXPECT_LT(ms_since(start), 3000);
+  EXPECT_EQ(fields, nullptr);
+  kl_client_destroy(c);
+}
+
+TEST(ReplyLimits, AValueOverTheLimitFailsAloneAndTheServerStaysUp) {
+  TestCluster cluster(1);
+  kl_client *c = cluster.client();
+  const std::string big(64 * 1024, 'x');
+  ASSERT_EQ(kl_set(c, mut("big"), 3, mut(big), big.size(), 0), KL_SUCCESS);
+  ASSERT_EQ(kl_set(c, mut("small"), 5, mut("v"), 1, 0), KL_SUCCESS);
+
+  ASSERT_EQ(kl_client_max_reply_size(c, 16 * 1024), KL_SUCCESS);
+  EXPECT_EQ(get(c, "big"), KL_MEMORY_FAILURE);
+  std::string value;
+  EXPECT_EQ(get(c, "small", &value), KL_SUCCESS);  // not marked down: a new connection
+  EXPECT_EQ(value, "v");
+
+  ASSERT_EQ(kl_client_max_reply_size(c, 0), KL_SUCCESS);  // back to the default
+  EXPECT_EQ(get(c, "big", &value), KL_SUCCESS);
+  EXPECT_EQ(value, big);
+}
+
+TEST(ReplyLimits, AHashOverTheLimitIsRefusedWhateverItsShape) {
+  TestCluster cluster(1);
+  kl_client *c = cluster.client();
+  for (int i = 0; i < 2000; ++i) {
+    std::string f = "field" + std::to_string(i);
+    ASSERT_EQ(kl_hset(c, mut("h"), 1, mut(f), f.size(), mut("value"), 5, 0), KL_SUCCESS);
+  }
+  ASSERT_EQ(kl_client_max_reply_size(c, 8 * 1024), KL_SUCCESS);
+  size_t count = 0;
+  char **fields = nullptr, **values = nullptr;
+  size_t *field_lens = nullptr, *value_lens = nullptr;
+  EXPECT_EQ(kl_hgetall(c, mut("h"), 1, &count, &fields, &field_lens, &values, &value_lens),
+            KL_MEMORY_FAILURE);
+  ASSERT_EQ(kl_client_max_reply_size(c, 0), KL_SUCCESS);
+  ASSERT_EQ(kl_hgetall(c, mut("h"), 1, &count, &fields, &field_lens, &values, &value_lens),
+            KL_SUCCESS);
+  EXPECT_EQ(count, 2000u);
+  kl_free_php_reply_pp(&fields, static_cast<unsigned>(count));
+  kl_free_php_reply_pp(&values, static_cast<unsigned>(count));
+  kl_free_php_reply_p(reinterpret_cast<char **>(&field_lens));
+  kl_free_php_reply_p(reinterpret_cast<char **>(&value_lens));
+}
+
+}  // namespace
