@@ -107,6 +107,15 @@ function number(value, what, command) {
 
 // ---- What the readers give back to JavaScript values --------------------------
 
+/** Sets object[name], a field named "__proto__" included (as an own property). */
+function assign(object, name, value) {
+  if (name === '__proto__') {
+    Object.defineProperty(object, name, { value, enumerable: true, writable: true, configurable: true });
+  } else {
+    object[name] = value;
+  }
+}
+
 /**
  * The readers hand back one character per byte (latin1). The caller gets the
  * UTF-8 decoding of those bytes, or the bytes themselves as a Buffer.
@@ -322,6 +331,7 @@ module.exports = {
   integer,
   number,
   decode,
+  assign,
   scoped,
   element,
   elements,

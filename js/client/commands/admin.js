@@ -1,0 +1,61 @@
+'use strict';
+// Server administration, on every server of every group or of one group:
+// DBSIZE, FLUSHDB/FLUSHALL, SAVE/BGSAVE, INFO, CONFIG GET/SET.
+const { kl, text, byteLength, decode, scoped, assign } = require('../support.js');
+const { $handle, $status, $check, $many } = require('../core.js');
+const { command, methods, GROUP, done, count, groupOf, NULL_STRING } = require('../table.js');
+
+module.exports = methods({
+  /** The number of keys, summed over every server (options.group: one group only). */
+  dbsize: command('kl_dbsize', [], count(), [GROUP]),
+  flushdb: command('kl_flushdb', [], done(), [GROUP]),
+
+  flushall(options) {
+    const group = options?.group ? text(options.group, 'group', 'flushall') : NULL_STRING;
+    return this[$status](kl.flushall(this[$handle], group, null), 'flushall');
+  },
+
+  save: command('kl_save', [], done(), [GROUP]),
+  bgsave: command('kl_bgsave', [], done(), [GROUP]),
+
+  /** INFO: one text per server addressed, in group and server order. */
+  info(options) {
+    const group = groupOf(options, 'info');
+    return scoped((s) => {
+      const arr = kl.new_charppp();
+      s.add(kl.delete_charppp, arr);
+      const seen = { n: 0 };
+      s.add((cell, counted) => kl.kl_free_php_reply_pp(cell, counted.n), arr, seen);
+      this[$check](kl.kl_info(this[$handle], arr, group, null), 'info');
+      const out = [];
+      for (;;) { // a null-terminated array of NUL-terminated texts
+        const t = kl.charppp_value_raw(arr, null, seen.n);
+        if (t === null) break;
+        out.push(decode(t, false));
+        seen.n++;
+      }
+      return out;
+    });
+  },
+
+  /** CONFIG GET: { name: value } (options.server 'host:port' narrows it to one server). */
+  configGet(parameter, options) {
+    const p = text(parameter, 'parameter', 'configGet');
+    const server = options?.server ? text(options.server, 'server', 'configGet') : '';
+    const group = groupOf(options, 'configGet');
+    const flat = this[$many]('configGet', undefined, false, (arr, n, lens) =>
+      kl.kl_config_get(this[$handle], p, byteLength(p), server, byteLength(server), arr, n, lens, group, null));
+    const out = {};
+    for (let i = 0; i + 1 < flat.length; i += 2) assign(out, flat[i], flat[i + 1]);
+    return out;
+  },
+
+  configSet(parameter, value, options) {
+    const p = text(parameter, 'parameter', 'configSet');
+    const v = text(value, 'value', 'configSet');
+    const server = options?.server ? text(options.server, 'server', 'configSet') : '';
+    const group = groupOf(options, 'configSet');
+    return this[$status](kl.kl_config_set(this[$handle], p, byteLength(p), v, byteLength(v), server,
+      byteLength(server), group, null), 'configSet');
+  },
+});

@@ -1,0 +1,69 @@
+'use strict';
+// Dictionaries: words with a value and a weight, completed by prefix.
+const { kl, text, byteLength, seconds, pairs, scoped, element, countOf } = require('../support.js');
+const { $handle, $check, NOTFOUND, resultOf } = require('../core.js');
+const {
+  command, methods, KEY, WORD, VALUE, TTL, ROUTE, WEIGHT, done, value, routeOf,
+} = require('../table.js');
+
+// The entries of a dictionary read as [{ word, value }].
+function entries(client, command, key, options, call) {
+  return scoped((s) => {
+    const n = s.count();
+    const w = s.strings(n);
+    const v = s.strings(n);
+    const rc = call(n, w, v);
+    if (resultOf(rc) === NOTFOUND) return [];
+    client[$check](rc, command, key);
+    const total = countOf(n);
+    const out = new Array(total);
+    for (let i = 0; i < total; i++) {
+      out[i] = { word: element(w.arr, w.lens, i, false), value: element(v.arr, v.lens, i, options?.buffer) };
+    }
+    return out;
+  });
+}
+
+module.exports = methods({
+  /** Adds a word with its value; options: weight (heavier completes first), ttl. */
+  dadd: command('kl_dadd', [KEY, WORD, VALUE], done(), [WEIGHT, TTL]),
+
+  /** Adds many words ({ word: value }, a Map or pairs), all with options.weight: how many were new. */
+  dmadd(key, all, options) {
+    const k = text(key, 'key', 'dmadd');
+    const list = pairs(all, 'entries', 'dmadd');
+    if (list.length === 0) return 0;
+    const weight = seconds(options?.weight ?? 1, 'weight', 'dmadd');
+    const ttl = seconds(options?.ttl, 'ttl', 'dmadd');
+    return scoped((s) => {
+      const w = s.texts(list.map((p) => p[0]), 'word', 'dmadd');
+      const v = s.texts(list.map((p) => p[1]), 'value', 'dmadd');
+      const added = s.int();
+      this[$check](kl.kl_dmadd(this[$handle], k, byteLength(k), w.arr, w.n, w.lens, v.arr, v.lens, weight, added, ttl),
+        'dmadd', key);
+      return kl.intp_value(added);
+    });
+  },
+
+  dget: command('kl_dget_whole', [KEY, WORD], value(), [ROUTE]),
+  /** Removes a word: true when it was there. */
+  drem: command('kl_drem', [KEY, WORD], done(NOTFOUND)),
+
+  /** Completion: the words starting with prefix, heaviest first, as [{ word, value }]. */
+  dclose(key, prefix, options) {
+    const k = text(key, 'key', 'dclose');
+    const p = text(prefix, 'prefix', 'dclose');
+    const route = routeOf(options, 'dclose');
+    return entries(this, 'dclose', key, options, (n, w, v) =>
+      kl.kl_dclose_whole(this[$handle], k, byteLength(k), p, byteLength(p), n, w.arr, w.lens, v.arr, v.lens,
+        route, byteLength(route)));
+  },
+
+  /** Every word of the dictionary, heaviest first, as [{ word, value }]. */
+  dgetall(key, options) {
+    const k = text(key, 'key', 'dgetall');
+    const route = routeOf(options, 'dgetall');
+    return entries(this, 'dgetall', key, options, (n, w, v) =>
+      kl.kl_dgetall_whole(this[$handle], k, byteLength(k), n, w.arr, w.lens, v.arr, v.lens, route, byteLength(route)));
+  },
+});

@@ -1,0 +1,98 @@
+'use strict';
+// Commands on keys of any type: DEL, EXISTS, EXPIRE/PERSIST/TTL, TYPE,
+// RENAME, KEYS, RANDOMKEY, MOVE, SORT, and the repair of a dirty key.
+const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf } = require('../support.js');
+const { $handle, $status, $check, $one, $many, $integer, NOTFOUND } = require('../core.js');
+const {
+  command, methods, KEY, textOf, integerOf, secondsOf, done, value, count, routeOf, NULL_STRING,
+} = require('../table.js');
+
+module.exports = methods({
+  /** DEL of one key or an array of keys: how many existed. */
+  del(keys) {
+    if (!Array.isArray(keys)) {
+      const k = text(keys, 'key', 'del');
+      return this[$status](kl.kl_del(this[$handle], k, byteLength(k)), 'del', keys, [NOTFOUND]) ? 1 : 0;
+    }
+    if (keys.length === 0) return 0;
+    return scoped((s) => {
+      const input = s.texts(keys, 'key', 'del');
+      const deleted = s.int();
+      this[$check](kl.kl_mdel(this[$handle], input.arr, input.n, input.lens, deleted), 'del');
+      return kl.intp_value(deleted);
+    });
+  },
+
+  exists: command('kl_exists', [KEY], done(NOTFOUND)),
+  /** EXPIRE: true when the key exists; 0 seconds removes the TTL. */
+  expire: command('kl_set_ttl', [KEY, secondsOf('ttl')], done(NOTFOUND)),
+
+  persist(key) {
+    return this.expire(key, 0);
+  },
+
+  /** Seconds to live, -1 for a key without a TTL, null for a missing key. */
+  ttl: command('kl_get_ttl', [KEY], count({ unsigned: false, missing: null })),
+
+  /** 'string', 'list', 'set', 'zset', 'hash', or 'none' for a missing key. */
+  type(key) {
+    const k = text(key, 'key', 'type');
+    const t = this[$one]('type', key, false, (v) => kl.kl_type(this[$handle], k, byteLength(k), v));
+    return t ?? 'none';
+  },
+
+  rename: command('kl_rename', [KEY, textOf('new key')], done()),
+  /** RENAMENX: true when renamed, false when newKey already existed. */
+  renamenx: command('kl_renamenx', [KEY, textOf('new key')], done(codes.KL_ALREADY_EXISTS)),
+
+  /** The keys matching a glob pattern on every server (options.group: one group only). */
+  keys(pattern = '*', options) {
+    const p = text(pattern, 'pattern', 'keys');
+    const group = options?.group ? text(options.group, 'group', 'keys') : NULL_STRING;
+    return this[$many]('keys', undefined, options?.buffer, (arr, n, lens) =>
+      kl.keys(this[$handle], p, byteLength(p), arr, n, lens, group, null));
+  },
+
+  randomkey: command('kl_randomkey', [], value()),
+
+  /** MOVE to database db: true when moved. */
+  move: command('kl_move', [KEY, integerOf('database')], done(NOTFOUND, codes.KL_ALREADY_EXISTS)),
+
+  /**
+   * SORT. Options: by, limit: { offset, count }, get (pattern or array of up to
+   * four), desc, alpha, store (then the stored list's length is returned), route.
+   */
+  sort(key, options = {}) {
+    const k = text(key, 'key', 'sort');
+    const by = options.by ? text(options.by, 'by pattern', 'sort') : '';
+    const gets = options.get === undefined ? [] : [].concat(options.get).map((g) => text(g, 'get pattern', 'sort'));
+    if (gets.length > 4) throw new TypeError('keyloom sort: at most four get patterns');
+    while (gets.length < 4) gets.push('');
+    const offset = seconds(options.limit?.offset, 'limit.offset', 'sort');
+    const limitCount = options.limit ? integer(options.limit.count ?? -1, 'limit.count', 'sort') : 0;
+    const route = routeOf(options, 'sort');
+    const store = options.store ? text(options.store, 'store key', 'sort') : '';
+    return scoped((s) => {
+      const n = s.count();
+      const o = s.strings(n);
+      const rc = kl.kl_sort_whole(this[$handle], o.arr, n, o.lens, k, byteLength(k), by, byteLength(by), offset,
+        route, limitCount, options.desc ? 1 : 0, gets[0], gets[1], gets[2], gets[3], options.alpha ? 'ALPHA' : '', store);
+      this[$check](rc, 'sort', key);
+      if (store) return countOf(n);
+      return elements(o.arr, o.lens, countOf(n), options.buffer);
+    });
+  },
+
+  /**
+   * Copies key from the first group holding it to the groups lacking it (after a
+   * dirty write). Options: ttl (seconds), keepTtl (the source's), commit (also
+   * delete where the source has none). Returns the number of groups repaired.
+   */
+  repair(key, options = {}) {
+    const k = text(key, 'key', 'repair');
+    let ttl = seconds(options.ttl, 'ttl', 'repair');
+    if (options.keepTtl) ttl = kl.DURABLE_TTL(ttl);
+    if (options.commit) ttl = kl.COMMIT(ttl);
+    return this[$integer]('repair', key, false, (cell) => kl.kl_dirty(this[$handle], k, byteLength(k), ttl, cell));
+  },
+});

@@ -1,0 +1,98 @@
+'use strict';
+// Strings and counters: GET, SET and its conditional forms, APPEND, GETSET,
+// MGET/MSET over every shard, INCR/DECR.
+const { kl, codes, text, byteLength, seconds, pairs, list, scoped, elements, countOf } = require('../support.js');
+const { $handle, $status, $check, NOTFOUND, resultOf } = require('../core.js');
+const {
+  command, methods, KEY, VALUE, integerOf, TTL, ROUTE, done, value, counter, routeOf,
+} = require('../table.js');
+
+// kl_setnx, kl_setifx, kl_append: (client, key, len, value, len, ttl).
+const store = (fn, ...soft) => command(fn, [KEY, VALUE], done(...soft), [TTL]);
+
+module.exports = methods({
+  get: command('kl_get_whole', [KEY], value(), [ROUTE]),
+
+  getBuffer(key, options) {
+    return this.get(key, { ...options, buffer: true });
+  },
+
+  /**
+   * SET. A Buffer value is stored byte for byte. Options: ttl (seconds), nx (only
+   * when absent), xx (only when present), route (store on the routing string's
+   * server; not with ttl). Returns true, or false when nx/xx prevented the write.
+   */
+  set(key, value, options) {
+    const ttl = seconds(options?.ttl, 'ttl', 'set');
+    if (options?.nx) return this.setnx(key, value, options);
+    if (options?.xx) return this.setifx(key, value, options);
+    const k = text(key, 'key', 'set');
+    if (options?.route !== undefined && options.route !== '') {
+      if (ttl > 0) throw new TypeError('keyloom set: route and ttl cannot be combined');
+      this.getset(key, value, { route: options.route });
+      return true;
+    }
+    if (value instanceof Uint8Array) {
+      const bytes = Buffer.isBuffer(value) ? value : Buffer.from(value.buffer, value.byteOffset, value.byteLength);
+      // kl_set_binary takes one byte per character and hands the copy to the library.
+      const rc = kl.kl_set_binary(this[$handle], k, byteLength(k), bytes.toString('latin1'), bytes.length, ttl);
+      return this[$status](rc, 'set', key);
+    }
+    const v = text(value, 'value', 'set');
+    return this[$status](kl.kl_set(this[$handle], k, byteLength(k), v, byteLength(v), ttl), 'set', key);
+  },
+
+  /** SET NX: true when set, false when the key already existed. */
+  setnx: store('kl_setnx', codes.KL_ALREADY_EXISTS),
+  /** SET XX: true when set, false when the key did not exist. */
+  setifx: store('kl_setifx', NOTFOUND),
+  append: store('kl_append'),
+
+  /** GETSET: stores value and returns the old one (null when there was none). */
+  getset: command('kl_getset_whole', [KEY, VALUE], value(), [ROUTE]),
+
+  /**
+   * MGET over every shard: one value (or null) per key, in the keys' order.
+   * Options: buffer, route, bestEffort (nulls for unreachable shards instead of an error).
+   */
+  mget(keys, options) {
+    list(keys, 'keys', 'mget');
+    if (keys.length === 0) return [];
+    const route = routeOf(options, 'mget');
+    const policy = options?.bestEffort ? kl.KL_BEST_EFFORT_ON_FAIL : kl.KL_NULL_ON_FAIL;
+    return scoped((s) => {
+      const input = s.texts(keys, 'key', 'mget');
+      const count = s.count();
+      const o = s.strings(count);
+      const rc = kl.kl_mget_whole(this[$handle], input.arr, input.n, input.lens, o.arr, count, o.lens,
+        route, byteLength(route), policy);
+      if (!(options?.bestEffort && resultOf(rc) === codes.KL_PARTIAL_RESULT)) this[$check](rc, 'mget');
+      const n = countOf(count);
+      const out = elements(o.arr, o.lens, n, options?.buffer);
+      while (out.length < keys.length) out.push(null);
+      return out;
+    });
+  },
+
+  /** MSET of an object, a Map or [key, value] pairs; options.ttl gives every key a TTL. */
+  mset(entries, options) {
+    const all = pairs(entries, 'entries', 'mset');
+    if (all.length === 0) return true;
+    const ttl = seconds(options?.ttl, 'ttl', 'mset');
+    return scoped((s) => {
+      const keys = s.texts(all.map((p) => p[0]), 'key', 'mset');
+      const values = s.texts(all.map((p) => p[1]), 'value', 'mset');
+      const h = this[$handle];
+      const rc = ttl > 0
+        ? kl.kl_msetex(h, keys.arr, keys.n, keys.lens, values.arr, values.lens, s.sizes(all.map(() => ttl)))
+        : kl.kl_mset(h, keys.arr, keys.n, keys.lens, values.arr, values.lens);
+      return this[$status](rc, 'mset');
+    });
+  },
+
+  // The counters: the new value (32-bit); options.ttl applies when the counter is created.
+  incr: command('kl_incr', [KEY], counter(), [TTL]),
+  incrby: command('kl_incrby', [KEY, integerOf('increment')], counter(), [TTL]),
+  decr: command('kl_decr', [KEY], counter(), [TTL]),
+  decrby: command('kl_decrby', [KEY, integerOf('increment')], counter(), [TTL]),
+});

@@ -1,0 +1,123 @@
+'use strict';
+// The client object and what every command does with it: the handle of the
+// library's client, the result-code checks (KeyloomError, the dirty bit and
+// onDirty) and the read shapes (one value, several values, an integer). The
+// commands themselves live in commands/, one file per family; index.js puts
+// them on KeyloomClient's prototype.
+const {
+  kl, codes, DIRTY, KeyloomError, decode, scoped, elements, countOf,
+} = require('./support.js');
+
+const NOTFOUND = codes.KL_NOTFOUND;
+const resultOf = (rc) => rc & ~DIRTY;
+
+// The members the command files use, under symbols: not part of the public surface.
+const $handle = Symbol('keyloom.handle');
+const $check = Symbol('keyloom.check');
+const $status = Symbol('keyloom.status');
+const $one = Symbol('keyloom.one');
+const $many = Symbol('keyloom.many');
+const $integer = Symbol('keyloom.integer');
+
+const clients = new FinalizationRegistry((handle) => kl.kl_client_destroy(handle));
+
+class KeyloomClient {
+  #h;
+  #onDirty;
+
+  constructor(handle, onDirty) {
+    this.#h = handle;
+    this.#onDirty = onDirty;
+    clients.register(this, handle, this);
+  }
+
+  get [$handle]() {
+    if (this.#h === null) {
+      throw new KeyloomError(codes.KL_INVALID_CLIENT, { message: 'keyloom: the client is closed' });
+    }
+    return this.#h;
+  }
+
+  /** The exact layer's kl_client proxy, for calls this client does not wrap. */
+  get handle() {
+    return this[$handle];
+  }
+
+  get closed() {
+    return this.#h === null;
+  }
+
+  [$check](rc, command, key) {
+    if (rc === 0) return;
+    const r = resultOf(rc);
+    if (r !== 0) throw new KeyloomError(r, { command, key });
+    if (this.#onDirty) this.#onDirty({ command, key, code: rc });
+  }
+
+  // A command whose only answer is its code: true on success; `soft` codes give false.
+  [$status](rc, command, key, soft) {
+    const r = resultOf(rc);
+    if (soft && soft.includes(r)) return false;
+    this[$check](rc, command, key);
+    return true;
+  }
+
+  // A read of one value through a char ** and a size_t * cell.
+  [$one](command, key, asBuffer, call) {
+    return scoped((s) => {
+      const o = s.value();
+      const rc = call(o.v, o.n);
+      if (resultOf(rc) === NOTFOUND) return null;
+      this[$check](rc, command, key);
+      return decode(kl.charpp_value_raw(o.v, o.n), asBuffer);
+    });
+  }
+
+  // A read of several values through a count cell, a char *** and a size_t ** cell.
+  [$many](command, key, asBuffer, call, okCodes) {
+    return scoped((s) => {
+      const count = s.count();
+      const o = s.strings(count);
+      const rc = call(o.arr, count, o.lens);
+      const r = resultOf(rc);
+      if (r === NOTFOUND) return [];
+      if (!(okCodes && okCodes.includes(r))) this[$check](rc, command, key);
+      return elements(o.arr, o.lens, countOf(count), asBuffer);
+    });
+  }
+
+  // A read of an integer through an int * or unsigned int * cell.
+  [$integer](command, key, unsigned, call, missing = 0) {
+    return scoped((s) => {
+      const cell = unsigned ? s.uint() : s.int();
+      const rc = call(cell);
+      if (resultOf(rc) === NOTFOUND) return missing;
+      this[$check](rc, command, key);
+      return unsigned ? kl.uintp_value(cell) >>> 0 : kl.intp_value(cell);
+    });
+  }
+
+  /** Closes the connections and frees the client; later calls throw KL_INVALID_CLIENT. */
+  close() {
+    if (this.#h === null) return;
+    const h = this.#h;
+    this.#h = null;
+    clients.unregister(this);
+    kl.kl_client_destroy(h);
+  }
+
+  /** A new client with the same settings and servers and its own connections. */
+  duplicate() {
+    const h = kl.kl_group_client(this[$handle]);
+    if (h === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command: 'duplicate' });
+    return new KeyloomClient(h, this.#onDirty);
+  }
+}
+
+if (typeof Symbol.dispose === 'symbol') {
+  KeyloomClient.prototype[Symbol.dispose] = function dispose() { this.close(); };
+}
+
+module.exports = {
+  KeyloomClient, NOTFOUND, resultOf, $handle, $check, $status, $one, $many, $integer,
+};

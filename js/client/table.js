@@ -1,0 +1,160 @@
+'use strict';
+// The simple commands, one line each:
+//
+//   command(exact-layer function, [argument kinds], answer, [option kinds])
+//
+// makes the method. The caller's arguments come in the order of the kinds
+// (options last); the C call is laid out as (client, the arguments' C values,
+// the answer's cells, the options' C values), which is how every simple
+// function of the library reads. A kind carries its own conversion and the
+// text of its TypeError; an answer says which cells the call needs, which codes
+// are not errors, and what the method returns.
+const { kl, codes, text, byteLength, seconds, integer, number } = require('./support.js');
+const { $handle, $status, $one, $many, $integer, $check, resultOf } = require('./core.js');
+
+const NULL_STRING = '_NL_'; // the addon's null-string sentinel (keys, flushall)
+
+// ---- argument kinds: one caller argument, the C arguments it becomes ----------
+
+/** Text as (chars, byte length): keys, fields, members, values. */
+const textOf = (label) => ({
+  label,
+  push(argv, value, command) {
+    const t = text(value, label, command);
+    argv.push(t, byteLength(t));
+  },
+});
+/** A whole number (int). `fallback` stands for an omitted argument. */
+const integerOf = (label, fallback) => ({
+  label,
+  fallback,
+  push(argv, value, command) { argv.push(integer(value, label, command)); },
+});
+/** A number (double). */
+const numberOf = (label, fallback) => ({
+  label,
+  fallback,
+  push(argv, value, command) { argv.push(number(value, label, command)); },
+});
+/** Seconds (size_t). */
+const secondsOf = (label) => ({
+  label,
+  push(argv, value, command) { argv.push(seconds(value, label, command)); },
+});
+
+const KEY = textOf('key');
+const FIELD = textOf('field');
+const MEMBER = textOf('member');
+const VALUE = textOf('value');
+const WORD = textOf('word');
+
+// ---- option kinds: read from the options object -------------------------------
+
+function routeOf(options, command) {
+  const r = options?.route;
+  return r === undefined || r === null ? '' : text(r, 'route', command);
+}
+
+function groupOf(options, command) {
+  return options?.group ? text(options.group, 'group', command) : '';
+}
+
+const TTL = (argv, o, command) => argv.push(seconds(o?.ttl, 'ttl', command));
+const ROUTE = (argv, o, command) => {
+  const r = routeOf(o, command);
+  argv.push(r, byteLength(r));
+};
+// The group addressed (every group when none) and no per-server result cell.
+const GROUP = (argv, o, command) => argv.push(groupOf(o, command), null);
+const WEIGHT = (argv, o, command) => argv.push(seconds(o?.weight ?? 1, 'weight', command));
+
+// ---- answers ------------------------------------------------------------------
+
+/** The code alone: true, or false for one of the `soft` codes. */
+const done = (...soft) => ({
+  read(client, name, key, argv, fn) {
+    return client[$status](fn(...argv), name, key, soft.length ? soft : undefined);
+  },
+});
+/** One value (null when missing); options.buffer gives a Buffer. */
+const value = () => ({
+  read(client, name, key, argv, fn, options, at) {
+    return client[$one](name, key, options?.buffer, (v, n) => {
+      argv.splice(at, 0, v, n);
+      return fn(...argv);
+    });
+  },
+});
+/** Several values ([] when missing); options.buffer gives Buffers. */
+const values = () => ({
+  read(client, name, key, argv, fn, options, at) {
+    return client[$many](name, key, options?.buffer, (arr, count, lens) => {
+      argv.splice(at, 0, arr, count, lens);
+      return fn(...argv);
+    });
+  },
+});
+/** An int (or unsigned int) cell; `missing` when the key is not there. */
+const count = ({ unsigned = true, missing = 0 } = {}) => ({
+  read(client, name, key, argv, fn, options, at) {
+    return client[$integer](name, key, unsigned, (cell) => {
+      argv.splice(at, 0, cell);
+      return fn(...argv);
+    }, missing);
+  },
+});
+/** A counter's new value: an int cell, every code other than success an error. */
+const counter = () => ({
+  read(client, name, key, argv, fn, options, at) {
+    const cell = kl.new_intp();
+    try {
+      argv.splice(at, 0, cell);
+      client[$check](fn(...argv), name, key);
+      return kl.intp_value(cell);
+    } finally {
+      kl.delete_intp(cell);
+    }
+  },
+});
+
+// ---- the method of one line ---------------------------------------------------
+
+/**
+ * The method `name` calls exact-layer function `fnName` with the caller's
+ * arguments converted by `args`, the cells of `answer` and the options read by
+ * `optionKinds` (the options object is the argument after the last kind).
+ */
+function command(fnName, args, answer, optionKinds = []) {
+  const fn = kl[fnName];
+  if (typeof fn !== 'function') throw new Error(`keyloom: no exact-layer function ${fnName}`);
+  const keyed = args[0] === KEY;
+  return function method(...given) {
+    const name = method.commandName;
+    const argv = [this[$handle]];
+    for (let i = 0; i < args.length; i++) {
+      const kind = args[i];
+      const v = given[i] === undefined && kind.fallback !== undefined ? kind.fallback : given[i];
+      kind.push(argv, v, name);
+    }
+    const options = given[args.length];
+    const at = argv.length; // the answer's cells go here
+    for (const read of optionKinds) read(argv, options, name);
+    return answer.read(this, name, keyed ? given[0] : undefined, argv, fn, options, at);
+  };
+}
+
+/** The methods of a family's table: { name: command(...) or a function }. */
+function methods(table) {
+  for (const [name, m] of Object.entries(table)) {
+    if (m.commandName !== undefined) continue;
+    m.commandName = name;
+    Object.defineProperty(m, 'name', { value: name });
+  }
+  return table;
+}
+
+module.exports = {
+  command, methods, textOf, integerOf, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
+  TTL, ROUTE, GROUP, WEIGHT, done, value, values, count, counter, routeOf, groupOf, resultOf,
+  NULL_STRING, codes,
+};
