@@ -47,3 +47,27 @@ test('the demo says what it did with each family and stops the servers it starte
   assert.equal(await accepts(started[1], Number(started[2])), false);
   assert.equal(await accepts(started[3], Number(started[4])), false);
 });
+
+test('on servers of the user\'s the demo deletes exactly the keys it wrote, and nothing else', async () => {
+  const { startRedis } = require('../../scripts/local-redis.js');
+  const { createClient } = require('keyloom/client');
+  const servers = [await startRedis(), await startRedis()];
+  try {
+    const addresses = servers.map((s) => `${s.host}:${s.port}`);
+    const mine = createClient({ servers: addresses, distribution: 'ketama' });
+    // Keys the demo also uses, under the user's own names, on every server.
+    const foreign = ['greeting', 'visits', 'queue', 'item:0', 'user:1', 'cities'];
+    for (const key of foreign) mine.set(key, `the user's ${key}`);
+    const before = mine.dbsize();
+    const env = { ...process.env, KEYLOOM_BUILD_DIR: paths.buildDir, KEYLOOM_SERVERS: addresses.join(',') };
+    const r = spawnSync(process.execPath, [path.join(paths.root, 'examples', 'demo.js')],
+      { cwd: paths.root, env, encoding: 'utf8', timeout: 120000 });
+    assert.equal(r.status, 0, r.stderr);
+    assert.match(r.stdout, /"hello, world"/);
+    for (const key of foreign) assert.equal(mine.get(key), `the user's ${key}`, key);
+    assert.equal(mine.dbsize(), before, 'nothing of the demo is left, nothing of the user\'s is gone');
+    mine.close();
+  } finally {
+    await Promise.all(servers.map((s) => s.stop()));
+  }
+});
