@@ -4,7 +4,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "connection.h"
 #include "exchange.h"
 #include "internal.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <numeric>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "collection_scripts.h"
 #include "dict_scripts.h"
 #include "reply_cells.h"

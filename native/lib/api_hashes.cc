@@ -2,7 +2,7 @@
 #include <deque>
 #include <optional>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "reply_cells.h"
 
 using namespace keyloom;

@@ -1,7 +1,7 @@
 // Keys: existence, deletion, type, random key, renaming, time to live, MOVE.
 #include <cstring>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "collection_scripts.h"
 #include "exchange.h"
 #include "internal.h"

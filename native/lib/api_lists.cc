@@ -1,7 +1,7 @@
 // List commands: a key holds an ordered list of byte strings.
 #include <cstring>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 
 using namespace keyloom;
 

@@ -1,7 +1,7 @@
 // Result codes, their texts, and the read repair of dirty keys.
 #include <cstring>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "exchange.h"
 #include "internal.h"
 

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "cidr.h"
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "collection_scripts.h"
 #include "reply_cells.h"
 #include "set_scripts.h"

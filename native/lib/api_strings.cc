@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "internal.h"
 
 using namespace keyloom;

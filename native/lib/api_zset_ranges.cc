@@ -3,7 +3,7 @@
 // (ZSET_WITH_VALUES, read in the same round trip by a script) and the order
 // (ZSET_REVERSE: ZREVRANGE / ZREVRANGEBYSCORE, the bounds keep their meaning).
 // Score ranges go out as ZRANGE ... BYSCORE to servers that take the newer forms.
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "collection_scripts.h"
 #include "reply_cells.h"
 

@@ -2,7 +2,7 @@
 // in the hash <key>::keyloom:zvals beside the sorted set and removed with it.
 #include <cstdlib>
 
-#include "collection_ops.h"
+#include "command_kit.h"
 #include "collection_scripts.h"
 #include "reply_cells.h"
 #include "zset_scripts.h"

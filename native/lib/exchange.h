@@ -42,6 +42,12 @@ void exchange(kl_client *client, Batch *batches, size_t n);
 // memory it would take is refused.
 constexpr kl_return_t KL_REPLY_TOO_LARGE = KL_MEMORY_FAILURE;
 
+// The code of a call over many items, from what each item got (answered[i]:
+// some group answered item i; missed[i]: a group that should have did not).
+kl_return_t multi_outcome(const kl_client *client, Access access, int policy,
+                          const std::vector<unsigned char> &answered,
+                          const std::vector<unsigned char> &missed);
+
 // The code for "every server needed is down".
 inline kl_return_t down_code(const kl_client *client) {
   return client->groups.size() > 1 ? KL_ALL_GROUP_SERVERS_DOWN : KL_SERVER_DOWN;

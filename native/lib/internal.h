@@ -38,12 +38,21 @@ class FunctionRef<R(Args...)> {
   template <typename F, typename = std::enable_if_t<
                             !std::is_same_v<std::decay_t<F>, FunctionRef> &&
                             std::is_invocable_r_v<R, F &, Args...>>>
-  FunctionRef(F &&f)  // NOLINT: converts from any callable, like std::function
-      : object_(const_cast<void *>(static_cast<const void *>(std::addressof(f)))),
-        call_([](void *object, Args... args) -> R {
-          return (*static_cast<std::remove_reference_t<F> *>(object))(
-              std::forward<Args>(args)...);
-        }) {}
+  FunctionRef(F &&f) {  // NOLINT: converts from any callable, like std::function
+    using Callable = std::remove_reference_t<F>;
+    if constexpr (std::is_function_v<Callable>) {
+      // A plain function: its address is the object (POSIX lets it pass as void *).
+      object_ = reinterpret_cast<void *>(&f);
+      call_ = [](void *object, Args... args) -> R {
+        return reinterpret_cast<Callable *>(object)(std::forward<Args>(args)...);
+      };
+    } else {
+      object_ = const_cast<void *>(static_cast<const void *>(std::addressof(f)));
+      call_ = [](void *object, Args... args) -> R {
+        return (*static_cast<Callable *>(object))(std::forward<Args>(args)...);
+      };
+    }
+  }
   R operator()(Args... args) const { return call_(object_, std::forward<Args>(args)...); }
 
  private:
@@ -341,13 +350,4 @@ bool reply_double(const redisReply *reply, double *value);
 
 }  // namespace keyloom
 
-// ---- Argument checks shared by every family ---------------------------------
-
-#define KL_REQUIRE_CLIENT(client) \
-  do {                            \
-    if (!(client)) return KL_INVALID_CLIENT; \
-  } while (0)
-#define KL_REQUIRE(cond)                      \
-  do {                                        \
-    if (!(cond)) return KL_INVALID_PARAMETER; \
-  } while (0)
+#include "arg_checks.h"  // KL_REQUIRE, KL_REQUIRE_CLIENT: every family's argument checks
