@@ -74,7 +74,8 @@ kl_return_t kl_bgsave(kl_client *client, char const *group, kl_return_t **result
 kl_return_t kl_dbsize(kl_client *client, unsigned int *size, char const *group,
                       kl_return_t **results) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(size);
+  clear_cells(size, results);
+  KL_REQUIRE(given(size));
   Command cmd("DBSIZE");
   unsigned long long total = 0;
   kl_return_t r = run_each_server(client, group, {}, cmd, results, [&](size_t, redisReply *reply) {
@@ -90,7 +91,8 @@ kl_return_t kl_dbsize(kl_client *client, unsigned int *size, char const *group,
 kl_return_t kl_lastsave(kl_client *client, unsigned int **times, size_t *count,
                         char const *group, kl_return_t **results) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(times);
+  clear_cells(times, count, results);
+  KL_REQUIRE(given(times));
   Command cmd("LASTSAVE");
   std::vector<unsigned int> got;
   kl_return_t r = run_each_server(client, group, {}, cmd, results, [&](size_t i, redisReply *reply) {
@@ -111,7 +113,8 @@ kl_return_t kl_lastsave(kl_client *client, unsigned int **times, size_t *count,
 
 kl_return_t kl_info(kl_client *client, char ***infos, char const *group, kl_return_t **results) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(infos);
+  clear_cells(infos, results);
+  KL_REQUIRE(given(infos));
   Command cmd("INFO");
   std::vector<std::string> texts;
   kl_return_t r = run_each_server(client, group, {}, cmd, results, [&](size_t i, redisReply *reply) {
@@ -159,7 +162,8 @@ kl_return_t kl_shutdown(kl_client *client, char const *group, kl_return_t **resu
 kl_return_t kl_keys(kl_client *client, char *pattern, size_t pattern_len, char ***keys,
                     size_t *count, size_t **lengths, char const *group, kl_return_t **results) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(pattern && keys);
+  clear_cells(keys, count, lengths, results);
+  KL_REQUIRE(given(pattern) && given(keys));
   CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
@@ -234,8 +238,9 @@ kl_return_t kl_sort_whole(kl_client *client, char ***values, size_t *count, size
                           char *route, int limit_count, int desc, char *get1, char *get2,
                           char *get3, char *get4, char *alpha, char *store) {
   KL_REQUIRE_CLIENT(client);
+  clear_cells(values, count, lengths);
   const bool storing = store && *store;
-  KL_REQUIRE(key && (storing ? count != nullptr : values != nullptr));
+  KL_REQUIRE(given(key) && (storing ? given(count) : given(values)));
   const std::string &prefix = client->prefix;
   // Patterns name keys, so they carry the database prefix too ("#" and
   // "nosort" are not keys).
@@ -243,9 +248,8 @@ kl_return_t kl_sort_whole(kl_client *client, char ***values, size_t *count, size
     return (s == "#" || s == "nosort") ? std::string(s) : prefix + std::string(s);
   };
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  Command &c = cmds[0];
-  c.arg("SORT").arg(k.view());
+  Command c("SORT");
+  c.arg(k.view());
   if (by && by_len > 0) c.arg("BY").arg_owned(keyed(std::string_view(by, by_len)));
   if (limit_count != 0) c.arg("LIMIT").arg_int(static_cast<long long>(offset)).arg_int(limit_count < 0 ? -1 : limit_count);
   for (char *get : {get1, get2, get3, get4})
@@ -256,15 +260,12 @@ kl_return_t kl_sort_whole(kl_client *client, char ***values, size_t *count, size
 
   Route r = (route && *route) ? Route{route, std::strlen(route)} : route_of(key, key_len);
   if (storing) {
-    return run_write(client, r, cmds, [count](Replies &rep, bool fill) {
-      kl_return_t code = expect_type(rep[0].get(), REDIS_REPLY_INTEGER);
-      if (code == KL_SUCCESS && fill) *count = static_cast<size_t>(rep[0]->integer);
-      return code;
-    });
+    return write_one(client, r, std::move(c),
+                     [count](const redisReply *reply, bool fill) { return reply_count(reply, fill, count); });
   }
-  return run_read(client, r, cmds, [&](Replies &rep, bool) {
-    kl_return_t code = expect_type(rep[0].get(), REDIS_REPLY_ARRAY);
+  return read_one(client, r, std::move(c), [&](const redisReply *reply, bool) {
+    kl_return_t code = expect_type(reply, REDIS_REPLY_ARRAY);
     if (code != KL_SUCCESS) return code;
-    return put_string_array(client, rep[0]->element, rep[0]->elements, values, count, lengths);
+    return put_string_array(client, reply->element, reply->elements, values, count, lengths);
   });
 }

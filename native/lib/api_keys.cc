@@ -10,13 +10,6 @@ using namespace keyloom;
 
 namespace {
 
-// 1 → KL_SUCCESS, 0 → `zero`.
-kl_return_t one_or(const redisReply *r, kl_return_t zero) {
-  kl_return_t code = expect_type(r, REDIS_REPLY_INTEGER);
-  if (code != KL_SUCCESS) return code;
-  return r->integer > 0 ? KL_SUCCESS : zero;
-}
-
 bool error_starts(const redisReply *r, const char *prefix) {
   return r && r->type == REDIS_REPLY_ERROR && std::strncmp(r->str, prefix, std::strlen(prefix)) == 0;
 }
@@ -47,7 +40,7 @@ kl_return_t rename_in_group(kl_client *client, const Group &group, const Key &sr
     cmds[0].arg(nx ? "RENAMENX" : "RENAME");
     if (!run_on(client, from, cmds, &r)) return *failed = true, KL_SERVER_DOWN;
     if (error_starts(r[0].get(), "ERR no such key")) return KL_NOTFOUND;
-    if (nx) return one_or(r[0].get(), KL_ALREADY_EXISTS);
+    if (nx) return reply_flag(r[0].get(), KL_ALREADY_EXISTS);
     return expect_type(r[0].get(), REDIS_REPLY_STATUS);
   }
   // Across servers: DUMP and PTTL of the key and its companions here, RESTORE
@@ -90,7 +83,7 @@ kl_return_t rename_in_group(kl_client *client, const Group &group, const Key &sr
 kl_return_t rename_key(kl_client *client, const char *key, size_t key_len, const char *new_key,
                        size_t new_key_len, bool nx) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && new_key);
+  KL_REQUIRE(given(key) && given(new_key));
   CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
@@ -116,29 +109,27 @@ kl_return_t rename_key(kl_client *client, const char *key, size_t key_len, const
 
 kl_return_t kl_exists(kl_client *client, char *key, size_t key_len) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key);
+  KL_REQUIRE(given(key));
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  cmds[0].arg("EXISTS").arg(k.view());
-  return run_read(client, route_of(key, key_len), cmds,
-                  [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
+  Command cmd("EXISTS");
+  cmd.arg(k.view());
+  return read_one(client, route_of(key, key_len), std::move(cmd),
+                  [](const redisReply *r, bool) { return reply_flag(r, KL_NOTFOUND); });
 }
 
 kl_return_t kl_del(kl_client *client, char *key, size_t key_len) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key);
+  KL_REQUIRE(given(key));
   Key k(client, key, key_len);
-  std::vector<Command> cmds;
-  cmds.push_back(script_with_companions(del_with_companions, {k}));
-  return run_write(client, route_of(key, key_len), cmds,
-                   [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
+  return write_one(client, route_of(key, key_len), script_with_companions(del_with_companions, {k}),
+                   [](const redisReply *r, bool) { return reply_flag(r, KL_NOTFOUND); });
 }
 
 kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_lens,
                     int *deleted) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(keys && count > 0 && key_lens);
-  for (size_t i = 0; i < count; ++i) KL_REQUIRE(keys[i]);
+  clear_cells(deleted);
+  KL_REQUIRE(entries_given(keys, key_lens, count));
   std::vector<Key> ks;
   std::vector<Route> routes;
   std::vector<Command> cmds;
@@ -166,19 +157,21 @@ kl_return_t kl_mdel(kl_client *client, char **keys, size_t count, size_t *key_le
 
 kl_return_t kl_type(kl_client *client, char *key, size_t key_len, char **type) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && type);
+  clear_cells(type);
+  KL_REQUIRE(given(key) && given(type));
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  cmds[0].arg("TYPE").arg(k.view());
-  return run_read(client, route_of(key, key_len), cmds, [client, type](Replies &r, bool) {
-    kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_STATUS);
-    return code != KL_SUCCESS ? code : put_bytes(client, r[0]->str, r[0]->len, type, nullptr);
+  Command cmd("TYPE");
+  cmd.arg(k.view());
+  return read_one(client, route_of(key, key_len), std::move(cmd), [&](const redisReply *r, bool) {
+    kl_return_t code = expect_type(r, REDIS_REPLY_STATUS);
+    return code != KL_SUCCESS ? code : put_bytes(client, r->str, r->len, type, nullptr);
   });
 }
 
 kl_return_t kl_randomkey(kl_client *client, char **key, size_t *key_len) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key);
+  clear_cells(key, key_len);
+  KL_REQUIRE(given(key));
   CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   if (client->groups.empty()) return KL_NO_SERVER_ATTACHED;
@@ -221,41 +214,39 @@ kl_return_t kl_renamenx(kl_client *client, char *key, size_t key_len, char *new_
 
 kl_return_t kl_set_ttl(kl_client *client, char *key, size_t key_len, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key);
+  KL_REQUIRE(given(key));
   Key k(client, key, key_len);
-  std::vector<Command> cmds;
-  cmds.push_back(script_with_companions(expire_with_companions, {k}));
-  cmds[0].arg_int(static_cast<long long>(ttl));  // 0: PERSIST
-  return run_write(client, route_of(key, key_len), cmds,
-                   [](Replies &r, bool) { return one_or(r[0].get(), KL_NOTFOUND); });
+  Command cmd = script_with_companions(expire_with_companions, {k});
+  cmd.arg_int(static_cast<long long>(ttl));  // 0: PERSIST
+  return write_one(client, route_of(key, key_len), std::move(cmd),
+                   [](const redisReply *r, bool) { return reply_flag(r, KL_NOTFOUND); });
 }
 
 kl_return_t kl_get_ttl(kl_client *client, char *key, size_t key_len, int *ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && ttl);
+  clear_cells(ttl);
+  KL_REQUIRE(given(key) && given(ttl));
   Key k(client, key, key_len);
-  std::vector<Command> cmds(1);
-  cmds[0].arg("TTL").arg(k.view());
-  return run_read(client, route_of(key, key_len), cmds, [ttl](Replies &r, bool) {
-    kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_INTEGER);
+  Command cmd("TTL");
+  cmd.arg(k.view());
+  return read_one(client, route_of(key, key_len), std::move(cmd), [ttl](const redisReply *r, bool fill) {
+    kl_return_t code = expect_type(r, REDIS_REPLY_INTEGER);
     if (code != KL_SUCCESS) return code;
-    if (r[0]->integer == -2) return KL_NOTFOUND;
-    *ttl = static_cast<int>(r[0]->integer);
-    return KL_SUCCESS;
+    if (r->integer == -2) return KL_NOTFOUND;
+    return reply_count(r, fill, ttl);
   });
 }
 
 kl_return_t kl_move(kl_client *client, char *key, size_t key_len, int db) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && db >= 0);
+  KL_REQUIRE(given(key) && db >= 0);
   Key k(client, key, key_len);
-  std::vector<Command> cmds;
-  cmds.push_back(script_with_companions(move_with_companions, {k}));
-  cmds[0].arg_int(db);
-  return run_write(client, route_of(key, key_len), cmds, [](Replies &r, bool) {
-    kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_INTEGER);
+  Command cmd = script_with_companions(move_with_companions, {k});
+  cmd.arg_int(db);
+  return write_one(client, route_of(key, key_len), std::move(cmd), [](const redisReply *r, bool) {
+    kl_return_t code = expect_type(r, REDIS_REPLY_INTEGER);
     if (code != KL_SUCCESS) return code;
-    if (r[0]->integer < 0) return KL_NOTFOUND;
-    return r[0]->integer == 0 ? KL_ALREADY_EXISTS : KL_SUCCESS;
+    if (r->integer < 0) return KL_NOTFOUND;
+    return r->integer == 0 ? KL_ALREADY_EXISTS : KL_SUCCESS;
   });
 }

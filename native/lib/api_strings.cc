@@ -18,8 +18,6 @@ Script incr_with_ttl{
     "return v\n",
     {}};
 
-const char *bytes(const char *p) { return p ? p : ""; }
-
 // Keys per MGET/MSET command: enough to amortize the command, few enough that
 // the one reply held while its values are copied out stays a fraction of a
 // large call's payload.
@@ -29,31 +27,30 @@ constexpr size_t kChunkKeys = 256;
 kl_return_t set_with(kl_client *client, const char *key, size_t key_len, const char *value,
                      size_t value_len, size_t ttl, const char *condition, kl_return_t missing) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && (value || value_len == 0));
+  KL_REQUIRE(given(key) && optional_bytes(value, value_len));
   Key k(client, key, key_len);
   Command cmd("SET");
-  cmd.arg(k.view()).arg(bytes(value), value_len);
+  cmd.arg(k.view()).arg(or_empty(value), value_len);
   if (condition) cmd.arg(condition);
   if (ttl > 0) cmd.arg("EX").arg_int(static_cast<long long>(ttl));
-  return run_write(client, route_of(key, key_len), &cmd, 1, [missing](Replies &r, bool) {
-    if (r[0]->type == REDIS_REPLY_NIL) return missing;
-    return expect_type(r[0].get(), REDIS_REPLY_STATUS);
+  return write_one(client, route_of(key, key_len), std::move(cmd), [missing](const redisReply *r, bool) {
+    if (r->type == REDIS_REPLY_NIL) return missing;
+    return expect_type(r, REDIS_REPLY_STATUS);
   });
 }
 
 kl_return_t incr_by(kl_client *client, const char *key, size_t key_len, long long by, int *value,
                     size_t ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key);
+  clear_cells(value);
+  KL_REQUIRE(given(key));
   Key k(client, key, key_len);
   Command cmd;
   std::string by_text = std::to_string(by), ttl_text = std::to_string(ttl);
   if (ttl == 0) cmd.arg("INCRBY").arg(k.view()).arg(by_text);
   else script_call(cmd, incr_with_ttl, {k.view()}, {by_text, ttl_text});
-  return run_write(client, route_of(key, key_len), &cmd, 1, [value](Replies &r, bool fill) {
-    kl_return_t code = expect_type(r[0].get(), REDIS_REPLY_INTEGER);
-    if (code == KL_SUCCESS && fill && value) *value = static_cast<int>(r[0]->integer);
-    return code;
+  return write_one(client, route_of(key, key_len), std::move(cmd), [value](const redisReply *r, bool fill) {
+    return reply_count(r, fill, value);
   });
 }
 
@@ -84,58 +81,44 @@ kl_return_t kl_setifx(kl_client *client, char *key, size_t key_len, char *value,
 kl_return_t kl_append(kl_client *client, char *key, size_t key_len, char *value,
                       size_t value_len, size_t ttl) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && (value || value_len == 0));
+  KL_REQUIRE(given(key) && optional_bytes(value, value_len));
   Key k(client, key, key_len);
   // With a TTL, one script: a refused APPEND (wrong type) leaves the TTL alone.
   return write_keyed(
       client, route_of(key, key_len), {k.view()}, "APPEND", ttl,
-      [&](Command &cmd) { cmd.arg(bytes(value), value_len); },
+      [&](Command &cmd) { cmd.arg(or_empty(value), value_len); },
       [](const redisReply *reply, bool) { return expect_type(reply, REDIS_REPLY_INTEGER); });
 }
 
 kl_return_t kl_get_whole(kl_client *client, char *key, size_t key_len, char **value,
                          size_t *value_len, char *route, size_t route_len) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && value);
+  clear_cells(value, value_len);
+  KL_REQUIRE(given(key) && given(value));
   Key k(client, key, key_len);
   Command cmd("GET");
   cmd.arg(k.view());
-  struct Out {
-    char **value;
-    size_t *len;
-  } out{value, value_len};
-  return run_read(client, route_of(key, key_len, route, route_len), &cmd, 1,
-                  [client, &out](Replies &r, bool) {
-                    return take_reply_string(client, r[0].get(), out.value, out.len);
-                  });
+  return read_one(client, route_of(key, key_len, route, route_len), std::move(cmd),
+                  [&](redisReply *r, bool) { return take_reply_string(client, r, value, value_len); });
 }
 
 kl_return_t kl_getset_whole(kl_client *client, char *key, size_t key_len, char *value,
                             size_t value_len, char **old_value, size_t *old_len, char *route,
                             size_t route_len) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(key && (value || value_len == 0) && old_value);
+  clear_cells(old_value, old_len);  // a missing key: null, length 0
+  KL_REQUIRE(given(key) && optional_bytes(value, value_len) && given(old_value));
   Key k(client, key, key_len);
   Command cmd("GETSET");
-  cmd.arg(k.view()).arg(bytes(value), value_len);
+  cmd.arg(k.view()).arg(or_empty(value), value_len);
   Command set_get("SET");  // GETSET is deprecated from Redis 6.2 on
-  set_get.arg(k.view()).arg(bytes(value), value_len).arg("GET");
+  set_get.arg(k.view()).arg(or_empty(value), value_len).arg("GET");
   cmd.set_newer(&set_get);
-  struct Out {
-    char **value;
-    size_t *len;
-  } out{old_value, old_len};
-  return run_write(client, route_of(key, key_len, route, route_len), &cmd, 1,
-                   [client, &out](Replies &r, bool fill) {
-                     if (r[0]->type == REDIS_REPLY_NIL) {
-                       if (fill) {
-                         *out.value = nullptr;
-                         if (out.len) *out.len = 0;
-                       }
-                       return KL_SUCCESS;
-                     }
-                     if (!fill) return expect_type(r[0].get(), REDIS_REPLY_STRING);
-                     return take_reply_string(client, r[0].get(), out.value, out.len);
+  return write_one(client, route_of(key, key_len, route, route_len), std::move(cmd),
+                   [&](redisReply *r, bool fill) {
+                     if (r->type == REDIS_REPLY_NIL) return KL_SUCCESS;
+                     if (!fill) return expect_type(r, REDIS_REPLY_STRING);
+                     return take_reply_string(client, r, old_value, old_len);
                    });
 }
 
@@ -143,8 +126,8 @@ kl_return_t kl_mget_whole(kl_client *client, char **keys, size_t count, size_t *
                           char ***values, size_t *value_count, size_t **value_lens, char *route,
                           size_t route_len, int policy) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(keys && count > 0 && key_lens && values);
-  for (size_t i = 0; i < count; ++i) KL_REQUIRE(keys[i]);
+  clear_cells(values, value_count, value_lens);
+  KL_REQUIRE(entries_given(keys, key_lens, count) && given(values));
   std::vector<Key> ks;
   ks.reserve(count);
   for (size_t i = 0; i < count; ++i) ks.emplace_back(client, keys[i], key_lens[i]);
@@ -217,7 +200,7 @@ kl_return_t mset_chunked(kl_client *client, const std::vector<Key> &ks,
     cmd.reserve(2 * n + 1);
     cmd.arg("MSET");
     for (size_t j = 0; j < n; ++j)
-      cmd.arg(ks[items[j]].view()).arg(bytes(values[items[j]]), value_lens[items[j]]);
+      cmd.arg(ks[items[j]].view()).arg(or_empty(values[items[j]]), value_lens[items[j]]);
   };
   auto take = [&](const size_t *, size_t, const redisReply *reply, bool first) {
     if (!first) return;  // the caller hears the first group's answer
@@ -237,8 +220,8 @@ kl_return_t set_many(kl_client *client, const char *const *keys, size_t count,
                      const size_t *key_lens, const char *const *values, const size_t *value_lens,
                      const size_t *ttls) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(keys && count > 0 && key_lens && values && value_lens);
-  for (size_t i = 0; i < count; ++i) KL_REQUIRE(keys[i] && (values[i] || value_lens[i] == 0));
+  KL_REQUIRE(entries_given(const_cast<char *const *>(keys), key_lens, count) &&
+             values_given(const_cast<char *const *>(values), value_lens, count));
   std::vector<Key> ks;
   std::vector<Route> routes;
   ks.reserve(count);
@@ -252,7 +235,7 @@ kl_return_t set_many(kl_client *client, const char *const *keys, size_t count,
 
   std::vector<Command> cmds(count);
   for (size_t i = 0; i < count; ++i) {
-    cmds[i].arg("SET").arg(ks[i].view()).arg(bytes(values[i]), value_lens[i]);
+    cmds[i].arg("SET").arg(ks[i].view()).arg(or_empty(values[i]), value_lens[i]);
     if (ttls[i] > 0) cmds[i].arg("EX").arg_int(static_cast<long long>(ttls[i]));
   }
   kl_return_t item_error = KL_SUCCESS;
@@ -277,7 +260,7 @@ kl_return_t kl_msetex(kl_client *client, char const **keys, size_t count,
                       size_t const *key_lens, char const **values, size_t const *value_lens,
                       size_t const *ttls) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(ttls);
+  KL_REQUIRE(given(ttls));
   return set_many(client, keys, count, key_lens, values, value_lens, ttls);
 }
 
