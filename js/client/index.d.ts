@@ -31,6 +31,11 @@ export interface ClientOptions {
   connectTimeoutMs?: number;
   /** How long a failed server stays marked down before a reconnect, in milliseconds. */
   reconnectMs?: number;
+  /**
+   * The most one reply may take, in bytes (default 512 MiB). A larger reply is refused before
+   * its memory is taken: the command throws KeyloomError KL_MEMORY_FAILURE and the server stays up.
+   */
+  maxReplyBytes?: number;
   /** Command forms: 'auto' (default), 1 (Redis 2.8 forms only) or 2 (Redis 6.2+ forms). */
   clientVersion?: 'auto' | 1 | 2;
   /** AUTH on every server (remembered for reconnects). */

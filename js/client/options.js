@@ -2,6 +2,7 @@
 // createClient's options: servers and groups, hashing, time-outs, credentials.
 const { kl, codes, KeyloomError, seconds } = require('./support.js');
 const { KeyloomClient, resultOf } = require('./core.js');
+const { own } = require('./native.js');
 
 const HASHES = {
   default: kl.KL_HASH_DEFAULT, md5: kl.KL_HASH_MD5, crc: kl.KL_HASH_CRC,
@@ -59,7 +60,9 @@ function defaultServers() {
  * groups are given), groups ({ name: [...] }, each a full copy of the data),
  * hash ('default', 'md5', 'crc', 'fnv1_64', 'fnv1a_64', 'fnv1_32', 'fnv1a_32',
  * 'hsieh', 'murmur'), distribution ('consistent', 'ketama', 'modula'),
- * connectTimeoutMs, reconnectMs, clientVersion ('auto', 1, 2), password (and
+ * connectTimeoutMs, reconnectMs, maxReplyBytes (the most one reply may take,
+ * default 512 MiB: a larger one fails its command with KL_MEMORY_FAILURE),
+ * clientVersion ('auto', 1, 2), password (and
  * username for an ACL user), db,
  * onDirty({ command, key, code }) for writes that reached only some groups.
  */
@@ -97,6 +100,10 @@ function createClient(options = {}) {
   }
   if (options.reconnectMs !== undefined) {
     fail(kl.kl_client_reconnect_attempt_timeout(h, seconds(options.reconnectMs, 'reconnectMs', 'createClient')),
+      'createClient');
+  }
+  if (options.maxReplyBytes !== undefined) {
+    fail(own.kl_client_max_reply_size(h, seconds(options.maxReplyBytes, 'maxReplyBytes', 'createClient')),
       'createClient');
   }
   if (options.clientVersion !== undefined) {

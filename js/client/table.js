@@ -1,7 +1,7 @@
 'use strict';
 // The simple commands, one line each:
 //
-//   command(exact-layer function, [argument kinds], answer, [option kinds])
+//   command(library function, [argument kinds], answer, [option kinds])
 //
 // makes the method. The caller's arguments come in the order of the kinds
 // (options last); the C call is laid out as (client, the arguments' C values,
@@ -10,6 +10,7 @@
 // text of its TypeError; an answer says which cells the call needs, which codes
 // are not errors, and what the method returns.
 const { kl, codes, text, byteLength, seconds, integer, number } = require('./support.js');
+const { libraryFunction } = require('./native.js');
 const { $handle, $status, $one, $many, $integer, $check, resultOf } = require('./core.js');
 
 const NULL_STRING = '_NL_'; // the addon's null-string sentinel (keys, flushall)
@@ -120,13 +121,12 @@ const counter = () => ({
 // ---- the method of one line ---------------------------------------------------
 
 /**
- * The method `name` calls exact-layer function `fnName` with the caller's
+ * The method `name` calls library function `fnName` (js/client/native.js) with the caller's
  * arguments converted by `args`, the cells of `answer` and the options read by
  * `optionKinds` (the options object is the argument after the last kind).
  */
 function command(fnName, args, answer, optionKinds = []) {
-  const fn = kl[fnName];
-  if (typeof fn !== 'function') throw new Error(`keyloom: no exact-layer function ${fnName}`);
+  const fn = libraryFunction(fnName);
   const keyed = args[0] === KEY;
   return function method(...given) {
     const name = method.commandName;

@@ -24,6 +24,7 @@ namespace {
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).
 const std::vector<FunctionEntry> kFunctions = {
+    KL_CMD(kl_client_max_reply_size, Client, Size),
 };
 
 }  // namespace

@@ -150,3 +150,34 @@ test('db selects a database for the whole client', () => {
   db.flushdb();
   db.select(0);
 });
+
+test('maxReplyBytes refuses a larger reply with KL_MEMORY_FAILURE and keeps the server in use', async () => {
+  const [s] = await servers(1);
+  const big = client([s]);
+  big.set('large', 'x'.repeat(64 * 1024));
+  big.set('small', 'v');
+  const capped = client([s], { maxReplyBytes: 16 * 1024 });
+  assert.throws(() => capped.get('large'), (e) => e instanceof KeyloomError && e.code === codes.KL_MEMORY_FAILURE);
+  assert.equal(capped.get('small'), 'v');
+  assert.equal(big.get('large').length, 64 * 1024);
+  assert.throws(() => createClient({ servers: [address(s)], maxReplyBytes: -1 }), TypeError);
+});
+
+test("the client's own native entry points take the exact layer's proxies and check arguments as it does", () => {
+  const own = require(require('../helpers/paths.js').clientAddonPath);
+  const h = kl.kl_client_create(kl.KL_HASH_DEFAULT, kl.KL_DISTRIBUTION_CONSISTENT, kl.new_mm(), kl.KL_FLAG_NONE);
+  try {
+    assert.equal(own.kl_client_max_reply_size(h, 1024), kl.KL_SUCCESS);
+    assert.equal(own.kl_client_max_reply_size(null, 1024), kl.KL_INVALID_CLIENT);
+    assert.throws(() => own.kl_client_max_reply_size(h), {
+      message: 'Illegal number of arguments for _wrap_kl_client_max_reply_size.' });
+    const cell = kl.new_intp();
+    assert.throws(() => own.kl_client_max_reply_size(cell, 1), {
+      message: "in method 'kl_client_max_reply_size', argument 1 of type 'kl_client *'" });
+    kl.delete_intp(cell);
+    assert.throws(() => own.kl_client_max_reply_size(h, -1), {
+      message: "in method 'kl_client_max_reply_size', argument 2 of type 'size_t'" });
+  } finally {
+    kl.kl_client_destroy(h);
+  }
+});

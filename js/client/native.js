@@ -1,0 +1,17 @@
+'use strict';
+// The library functions the client calls by name: the exact layer's exports
+// and, beside them, the client's own entry points (keyloom_client.node), which
+// the exact layer does not export.
+const kl = require('../exact/index.js');
+const { clientAddonPath } = require('../build-location.js');
+
+const own = require(clientAddonPath);
+
+/** The function `name` of either module. */
+function libraryFunction(name) {
+  const fn = kl[name] ?? own[name];
+  if (typeof fn !== 'function') throw new Error(`keyloom: no library function ${name}`);
+  return fn;
+}
+
+module.exports = { kl, own, libraryFunction };
