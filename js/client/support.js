@@ -320,7 +320,6 @@ function countOf(cell) {
 module.exports = {
   kl,
   codes,
-  CODE_NAMES,
   DIRTY,
   KeyloomError,
   text,

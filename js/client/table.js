@@ -9,9 +9,9 @@
 // function of the library reads. A kind carries its own conversion and the
 // text of its TypeError; an answer says which cells the call needs, which codes
 // are not errors, and what the method returns.
-const { kl, codes, text, byteLength, seconds, integer, number } = require('./support.js');
+const { kl, text, byteLength, seconds, integer, number } = require('./support.js');
 const { libraryFunction } = require('./native.js');
-const { $handle, $status, $one, $many, $integer, $check, resultOf } = require('./core.js');
+const { $handle, $status, $one, $many, $integer, $check } = require('./core.js');
 
 const NULL_STRING = '_NL_'; // the addon's null-string sentinel (keys, flushall)
 
@@ -155,6 +155,5 @@ function methods(table) {
 
 module.exports = {
   command, methods, textOf, integerOf, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
-  TTL, ROUTE, GROUP, WEIGHT, done, value, values, count, counter, routeOf, groupOf, resultOf,
-  NULL_STRING, codes,
+  TTL, ROUTE, GROUP, WEIGHT, done, value, values, count, counter, routeOf, groupOf, NULL_STRING,
 };
