@@ -56,3 +56,16 @@ test('a million mixed operations keep rss and external memory flat after warm-up
   assert.ok(growth.rss < RSS_LIMIT_MB, `rss grew by ${growth.rss.toFixed(1)} MB over ${r.done} operations`);
   assert.ok(growth.external < 4, `external memory grew by ${growth.external.toFixed(1)} MB`);
 });
+
+test('info() with a server down frees the texts of the servers that answered', { timeout: 120000 }, async () => {
+  const [up, down] = await servers(2);
+  const db = client([up, down], { connectTimeoutMs: 200, reconnectMs: 60000 });
+  await down.stop();
+  assert.throws(() => db.info(), (e) => e instanceof keyloom.KeyloomError && e.code === keyloom.codes.KL_PARTIAL_RESULT);
+  // Each call hands over one INFO text of several KiB: 10,000 of them would
+  // pass the limit many times over if they stayed allocated.
+  const r = await measure({ total: 10000, capMs: 60000, every: 500 }, () => {
+    try { db.info(); } catch (e) { if (e.code !== keyloom.codes.KL_PARTIAL_RESULT) throw e; }
+  });
+  assert.ok((r.late.rss - r.early.rss) / MB < RSS_LIMIT_MB, `rss grew ${((r.late.rss - r.early.rss) / MB).toFixed(1)} MB`);
+});

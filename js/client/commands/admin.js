@@ -26,14 +26,18 @@ module.exports = methods({
       s.add(kl.delete_charppp, arr);
       const seen = { n: 0 };
       s.add((cell, counted) => kl.kl_free_php_reply_pp(cell, counted.n), arr, seen);
-      this[$check](kl.kl_info(this[$handle], arr, group, null), 'info');
+      const rc = kl.kl_info(this[$handle], arr, group, null);
+      // A null-terminated array of NUL-terminated texts, handed over on a
+      // partial result too: every text is counted before the code is checked,
+      // so that the scope frees them all whatever the code.
       const out = [];
-      for (;;) { // a null-terminated array of NUL-terminated texts
+      for (;;) {
         const t = kl.charppp_value_raw(arr, null, seen.n);
         if (t === null) break;
         out.push(decode(t, false));
         seen.n++;
       }
+      this[$check](rc, 'info');
       return out;
     });
   },
