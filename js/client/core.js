@@ -7,6 +7,7 @@
 const {
   kl, codes, DIRTY, KeyloomError, decode, scoped, elements, countOf,
 } = require('./support.js');
+const { own } = require('./native.js');
 
 const NOTFOUND = codes.KL_NOTFOUND;
 const resultOf = (rc) => rc & ~DIRTY;
@@ -21,9 +22,13 @@ const $integer = Symbol('keyloom.integer');
 
 const clients = new FinalizationRegistry((handle) => kl.kl_client_destroy(handle));
 
+// On the handle given out: the client it belongs to, kept alive by it.
+const $owner = Symbol('keyloom.owner');
+
 class KeyloomClient {
   #h;
   #onDirty;
+  #alias; // the handle given out: another proxy of #h, which the finaliser does not hold
 
   constructor(handle, onDirty) {
     this.#h = handle;
@@ -38,9 +43,17 @@ class KeyloomClient {
     return this.#h;
   }
 
-  /** The exact layer's kl_client proxy, for calls this client does not wrap. */
+  /**
+   * The exact layer's kl_client proxy, for calls this client does not wrap. It
+   * keeps this client alive; it is valid until close().
+   */
   get handle() {
-    return this[$handle];
+    const h = this[$handle];
+    if (this.#alias === undefined) {
+      this.#alias = own.client_alias(h);
+      Object.defineProperty(this.#alias, $owner, { value: this });
+    }
+    return this.#alias;
   }
 
   get closed() {

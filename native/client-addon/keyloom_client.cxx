@@ -21,10 +21,17 @@ using namespace keyloom;  // the kinds: Client, CharP, Size, RCode ...
 
 namespace {
 
+// A second proxy of the same client: the one the idiomatic client gives out as
+// its `handle`, which keeps that client alive, while the first one stays with
+// the client's finaliser.
+kl_client* client_alias(kl_client* client) { return client; }
+using RClient = RProxy<kl_client*, KLRT_TYPE_p_kl_client>;
+
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).
 const std::vector<FunctionEntry> kFunctions = {
     KL_CMD(kl_client_max_reply_size, Client, Size),
+    KL_EXPORT(client_alias, client_alias, RClient, Client),
 };
 
 }  // namespace

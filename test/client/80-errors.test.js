@@ -181,3 +181,22 @@ test("the client's own native entry points take the exact layer's proxies and ch
     kl.kl_client_destroy(h);
   }
 });
+
+test('handle keeps its client alive after the client object itself is dropped', async () => {
+  const [s] = await servers(1);
+  const watcher = client([s]);
+  const connected = () => Number(/connected_clients:(\d+)/.exec(watcher.info()[0])[1]);
+  let handle = (() => {
+    const c = createClient({ servers: [address(s)], connectTimeoutMs: 2000 });
+    c.set('alive', 'yes');  // opens its connection
+    return c.handle;
+  })();
+  const before = connected();
+  for (let i = 0; i < 5; i++) {
+    globalThis.gc();
+    await new Promise((r) => setTimeout(r, 20));  // finalisers run in a later task
+  }
+  assert.equal(connected(), before, 'the client behind the handle was not destroyed');
+  assert.equal(kl.kl_exists(handle, 'alive', 5), kl.KL_SUCCESS);
+  handle = null;  // now both go, and the finaliser frees the client once
+});
