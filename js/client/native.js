@@ -3,9 +3,9 @@
 // and, beside them, the client's own entry points (keyloom_client.node), which
 // the exact layer does not export.
 const kl = require('../exact/index.js');
-const { clientAddonPath } = require('../build-location.js');
+const { clientAddonPath, loadNative } = require('../build-location.js');
 
-const own = require(clientAddonPath);
+const own = loadNative(clientAddonPath);
 
 /** The function `name` of either module. */
 function libraryFunction(name) {

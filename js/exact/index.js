@@ -2,6 +2,6 @@
 // The exact layer: one function per C function of libkeyloom, as the addon exports them.
 // KEYLOOM_BUILD_DIR selects another build of the addon (a sanitizer build, a build for
 // another Node.js line); by default the one that `npm install` made in build/.
-const { addonPath } = require('../build-location.js');
+const { addonPath, loadNative } = require('../build-location.js');
 
-module.exports = require(addonPath);
+module.exports = loadNative(addonPath);
