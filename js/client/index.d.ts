@@ -102,10 +102,13 @@ export declare class KeyloomError extends Error {
 
 export declare class KeyloomClient {
   private constructor();
-  /** The exact layer's kl_client proxy, for calls this client does not wrap. */
+  /** The exact layer's kl_client proxy, for calls this client does not wrap; it keeps the client alive, and is valid until close(). */
   readonly handle: KlClient;
   readonly closed: boolean;
-  /** Closes the connections and frees the client; later calls throw KL_INVALID_CLIENT. */
+  /**
+   * Ends the client for good: closes its connections and frees it. Later calls throw
+   * KL_INVALID_CLIENT; closing again does nothing. Call it once, when the process is done.
+   */
   close(): void;
   /** A new client with the same settings and servers and its own connections. */
   duplicate(): KeyloomClient;
@@ -113,6 +116,10 @@ export declare class KeyloomClient {
   auth(password: string): true;
   /** AUTH as an ACL user, remembered for reconnects. */
   auth(username: string, password: string): true;
+  /**
+   * Closes the connections only (QUIT): the client stays usable, and the next command opens
+   * them again (AUTH and SELECT replayed). For a pause in traffic; close() ends the client.
+   */
   quit(): true;
   select(db: number): true;
 

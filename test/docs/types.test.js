@@ -41,3 +41,13 @@ test('client.d.ts declares every public method of the client', () => {
   const methods = Object.getOwnPropertyNames(KeyloomClient.prototype).filter((n) => n !== 'constructor');
   for (const m of methods) assert.match(body, new RegExp(`\\n  (readonly )?${m}[<(:?]`), `client.d.ts lacks ${m}`);
 });
+
+test('the README and the types say what quit() and close() each do, and to keep one client per process', () => {
+  const readme = fs.readFileSync(path.join(paths.root, 'README.md'), 'utf8');
+  assert.match(readme, /One client per process/);
+  assert.match(readme, /`quit\(\)` closes the connections only: the client stays usable/);
+  assert.match(readme, /`close\(\)` ends the client for good/);
+  const dts = fs.readFileSync(path.join(paths.root, 'js', 'client', 'index.d.ts'), 'utf8');
+  assert.match(dts, /Closes the connections only \(QUIT\): the client stays usable[^]*?\*\/\n\s+quit\(\): true;/);
+  assert.match(dts, /Ends the client for good[^]*?\*\/\n\s+close\(\): void;/);
+});
