@@ -38,7 +38,7 @@ const std::vector<FunctionEntry> kFunctions = {
 
 // Context-aware: loaded again by every worker thread that requires it.
 NODE_MODULE_INIT(/* exports, module, context */) {
-  v8::Isolate* isolate = context->GetIsolate();
+  v8::Isolate* isolate = v8::Isolate::GetCurrent();
   KLRT_InitializeModule(static_cast<void*>(&exports));
   v8::HandleScope scope(isolate);
   KLRT_InstallProxyClass(isolate);
