@@ -209,6 +209,20 @@ kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int 
    KL_MEMORY_FAILURE (a read does not fail over to another group for it) and
    that connection is closed; the server is not marked down. */
 kl_return_t kl_client_max_reply_size(kl_client *client, size_t bytes);
+
+/* Why the last call on client failed: the first failure it met, kept until the
+   next call starts (a call that succeeds leaves none). The kind is
+   KL_FAILURE_NONE, KL_FAILURE_CONNECTION (a connection that could not be made
+   or was lost, a reply that did not come in time, a reply over the maximum
+   size: the text is the cause, such as "connect ECONNREFUSED" or "no reply in
+   1000 ms") or KL_FAILURE_SERVER_REPLY (the text is the server's error reply,
+   such as "WRONGTYPE ..."). The server is "host:port" (NULL with no failure),
+   the text NULL with no failure. Both belong to the library and stay valid
+   until the next call on client; they never contain a password. */
+enum { KL_FAILURE_NONE = 0, KL_FAILURE_CONNECTION = 1, KL_FAILURE_SERVER_REPLY = 2 };
+int kl_last_failure_kind(kl_client *client);
+const char *kl_last_failure_server(kl_client *client);
+const char *kl_last_failure_text(kl_client *client);
 /* Adds host:port (port 1..65535) to a group (NULL or "" means the group
    "default"); the same server twice in one group: KL_ALREADY_EXISTS. */
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group);

@@ -22,6 +22,22 @@ const $integer = Symbol('keyloom.integer');
 
 const clients = new FinalizationRegistry((handle) => kl.kl_client_destroy(handle));
 
+// What the library knows of the last call's failure: the server and the cause,
+// or the server's own error reply.
+function failureOf(handle) {
+  if (handle === null) return {};
+  switch (own.kl_last_failure_kind(handle)) {
+    case FAILURE_CONNECTION:
+      return { server: own.kl_last_failure_server(handle), cause: own.kl_last_failure_text(handle) };
+    case FAILURE_SERVER_REPLY:
+      return { server: own.kl_last_failure_server(handle), serverMessage: own.kl_last_failure_text(handle) };
+    default:
+      return {};
+  }
+}
+const FAILURE_CONNECTION = 1;
+const FAILURE_SERVER_REPLY = 2;
+
 // On the handle given out: the client it belongs to, kept alive by it.
 const $owner = Symbol('keyloom.owner');
 
@@ -63,7 +79,7 @@ class KeyloomClient {
   [$check](rc, command, key) {
     if (rc === 0) return;
     const r = resultOf(rc);
-    if (r !== 0) throw new KeyloomError(r, { command, key });
+    if (r !== 0) throw new KeyloomError(r, { command, key, ...failureOf(this.#h) });
     if (this.#onDirty) this.#onDirty({ command, key, code: rc });
   }
 

@@ -18,16 +18,26 @@ const CODE_NAMES = [
 const codes = Object.freeze(Object.fromEntries(CODE_NAMES.map((name, value) => [name, value])));
 const DIRTY = 128;
 
-/** A failure reported by the library: `code` is its kl_return_t, `message` its text. */
+/**
+ * A failure reported by the library: `code` is its kl_return_t. The message is
+ * the code's text, then the server ('host:port') and the cause when the
+ * library knows them ("server down: 127.0.0.1:16399: connect ECONNREFUSED");
+ * `server` is that server, and `serverMessage` the server's own error reply
+ * when it answered with one (WRONGTYPE ..., WRONGPASS ...).
+ */
 class KeyloomError extends Error {
-  constructor(code, { command, key, message } = {}) {
-    const text = message ?? kl.kl_strerror(code) ?? `result code ${code}`;
+  constructor(code, { command, key, message, server, cause, serverMessage } = {}) {
+    let text = message ?? kl.kl_strerror(code) ?? `result code ${code}`;
+    if (server) text += `: ${server}`;
+    if (cause ?? serverMessage) text += `: ${cause ?? serverMessage}`;
     super(text);
     this.name = 'KeyloomError';
     this.code = code;
     this.codeName = CODE_NAMES[code] ?? 'KL_UNKNOWN';
     if (command !== undefined) this.command = command;
     if (key !== undefined) this.key = key;
+    if (server) this.server = server;
+    if (serverMessage !== undefined) this.serverMessage = serverMessage;
   }
 }
 

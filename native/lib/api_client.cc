@@ -126,6 +126,21 @@ kl_return_t kl_client_max_reply_size(kl_client *client, size_t bytes) {
   return KL_SUCCESS;
 }
 
+// Read without taking the lock or starting a call: that would clear them.
+int kl_last_failure_kind(kl_client *client) {
+  return client ? client->last_failure.kind : KL_FAILURE_NONE;
+}
+
+const char *kl_last_failure_server(kl_client *client) {
+  if (!client || client->last_failure.kind == KL_FAILURE_NONE) return nullptr;
+  return client->last_failure.server.c_str();
+}
+
+const char *kl_last_failure_text(kl_client *client) {
+  if (!client || client->last_failure.kind == KL_FAILURE_NONE) return nullptr;
+  return client->last_failure.text.c_str();
+}
+
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(host && *host && port > 0 && port <= 65535);

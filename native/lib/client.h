@@ -26,6 +26,13 @@ constexpr unsigned kDefaultReconnectTimeoutMs = 1000;
 // As much as a server may hold in one value (its own proto-max-bulk-len).
 constexpr size_t kDefaultMaxReplyBytes = size_t{512} << 20;
 
+// The first failure of the call in progress (kl_last_failure_*).
+struct CallFailure {
+  int kind = KL_FAILURE_NONE;
+  std::string server;  // "host:port"
+  std::string text;
+};
+
 struct Server {
   std::string host;
   unsigned port = 0;
@@ -38,6 +45,7 @@ struct Server {
   unsigned io_timeout_ms = 0;   // the socket's current time-out (0: not set)
   std::vector<const Script *> loaded_scripts;  // SCRIPT LOADed on this connection
   ReplyBudget budget;           // what the reply being read may still cost
+  std::string failure;          // why it was marked down, told to calls that skip it
 };
 
 struct Group {
@@ -66,6 +74,7 @@ struct kl_client {
   std::string prefix;                      // the selected database's prefix
   unsigned log_levels = 0;
   std::vector<std::unique_ptr<keyloom::Group>> groups;  // in creation order
+  keyloom::CallFailure last_failure;    // of the call in progress, or the last one
   keyloom::Clock::time_point deadline;  // of the call in progress
   int call_depth = 0;                   // nested calls (recursive lock) share it
 };
@@ -85,8 +94,10 @@ size_t server_count(const kl_client *client);
 class CallScope {
  public:
   explicit CallScope(kl_client *client) : client_(client), lock_(client->mutex) {
-    if (lock_.ok() && client_->call_depth++ == 0)
+    if (lock_.ok() && client_->call_depth++ == 0) {
       client_->deadline = Clock::now() + 2 * std::chrono::milliseconds(client_->connect_timeout_ms);
+      client_->last_failure.kind = KL_FAILURE_NONE;
+    }
   }
   ~CallScope() {
     if (lock_.ok()) --client_->call_depth;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "failures.h"
 #include "internal.h"
 #include "log.h"
 
@@ -42,6 +43,12 @@ void read_version(Server *server, const redisReply *info) {
 
 }  // namespace
 
+// A connection that broke while being set up (AUTH, SELECT or INFO unanswered).
+void lost_at_connect(kl_client *client, Server *server, const char *step) {
+  note_failure(client, server, KL_FAILURE_CONNECTION, describe_read_failure(server) + " (" + step + ")");
+  drop_failed(client, server, step);
+}
+
 void disconnect_server(Server *server) {
   if (server->ctx) {
     redisFree(server->ctx);
@@ -55,6 +62,9 @@ void mark_down(kl_client *client, Server *server, const char *why) {
   disconnect_server(server);
   server->down = true;
   server->down_until = Clock::now() + std::chrono::milliseconds(client->reconnect_timeout_ms);
+  // Calls that skip it until then are told why.
+  const CallFailure &f = client->last_failure;
+  server->failure = (f.kind == KL_FAILURE_CONNECTION && f.server == server->name) ? f.text : why;
   log_event(client, KL_LEVEL_WARNING, "server %s marked down: %s", server->name.c_str(), why);
 }
 
@@ -95,16 +105,25 @@ std::pair<std::string_view, std::string_view> split_credentials(std::string_view
 
 bool connect_server(kl_client *client, Server *server) {
   if (server->ctx) return true;
-  if (server->down && Clock::now() < server->down_until) return false;
+  if (server->down && Clock::now() < server->down_until) {
+    note_failure(client, server, KL_FAILURE_CONNECTION,
+                 server->failure.empty() ? "marked down" : server->failure + " (marked down)");
+    return false;
+  }
   const unsigned left = call_ms_left(client);
-  if (left == 0) return false;
+  if (left == 0) {
+    note_failure(client, server, KL_FAILURE_CONNECTION, "no time left in this call");
+    return false;
+  }
 
   const unsigned connect_ms = std::min(client->connect_timeout_ms, left);
   redisContext *ctx = redisConnectWithTimeout(server->host.c_str(), static_cast<int>(server->port),
                                               to_timeval(connect_ms));
   if (!ctx || ctx->err) {
+    const std::string cause = ctx ? describe_io_failure("connect", ctx) : "connect: out of memory";
     log_event(client, KL_LEVEL_ERROR, "connect to %s failed: %s", server->name.c_str(),
               ctx ? ctx->errstr : "out of memory");
+    note_failure(client, server, KL_FAILURE_CONNECTION, cause);
     if (ctx) redisFree(ctx);
     if (connect_ms == client->connect_timeout_ms) mark_down(client, server, "connect failed");
     return false;
@@ -120,20 +139,20 @@ bool connect_server(kl_client *client, Server *server) {
   if (client->has_password) {
     auto [user, password] = split_credentials(client->password);
     Reply r = user.data() ? command(ctx, {"AUTH", user, password}) : command(ctx, {"AUTH", password});
-    if (!r) return drop_failed(client, server, "AUTH got no reply"), false;
+    if (!r) return lost_at_connect(client, server, "AUTH"), false;
     if (r->type == REDIS_REPLY_ERROR)
       log_event(client, KL_LEVEL_ERROR, "AUTH refused by %s", server->name.c_str());
   }
   if (client->db != 0) {
     std::string db = std::to_string(client->db);
     Reply r = command(ctx, {"SELECT", db});
-    if (!r) return drop_failed(client, server, "SELECT got no reply"), false;
+    if (!r) return lost_at_connect(client, server, "SELECT"), false;
     if (r->type == REDIS_REPLY_ERROR)
       log_event(client, KL_LEVEL_ERROR, "SELECT refused by %s", server->name.c_str());
   }
   if (client->version == CLIENT_VERSION_AUTO && server->version_major == 0) {
     Reply r = command(ctx, {"INFO", "server"});
-    if (!r) return drop_failed(client, server, "INFO got no reply"), false;
+    if (!r) return lost_at_connect(client, server, "INFO"), false;
     read_version(server, r.get());
   }
   if (server->down) log_event(client, KL_LEVEL_NOTICE, "server %s up again", server->name.c_str());

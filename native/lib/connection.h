@@ -15,6 +15,9 @@ bool connect_server(kl_client *client, Server *server);
 // Closes the connection and marks the server down until the reconnect
 // time-out has passed.
 void mark_down(kl_client *client, Server *server, const char *why);
+// A connection that broke while being set up (step: "AUTH", "SELECT", "INFO"):
+// the call's failure is noted and the server dropped.
+void lost_at_connect(kl_client *client, Server *server, const char *step);
 // Closes the connection without marking the server down.
 void disconnect_server(Server *server);
 // After a failed exchange: marks the server down, or only closes the

@@ -1,7 +1,9 @@
 // Pipelined batches to several servers (exchange.h).
 #include <cstring>
+#include <string>
 
 #include "connection.h"
+#include "failures.h"
 #include "exchange.h"
 #include "log.h"
 #include "protocol.h"
@@ -22,6 +24,7 @@ void out_of_time(kl_client *client, Batch &b) {
   b.failed = true;
   b.replies.clear();
   log_event(client, KL_LEVEL_WARNING, "no time left for %s in this call", b.server->name.c_str());
+  note_failure(client, b.server, KL_FAILURE_CONNECTION, "no time left in this call");
   disconnect_server(b.server);
 }
 
@@ -49,6 +52,7 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
     int done = 0;
     while (!done) {
       if (redisBufferWrite(b.server->ctx, &done) != REDIS_OK) {
+        note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_io_failure("write", b.server->ctx));
         fail(client, b, "write failed");
         break;
       }
@@ -99,13 +103,23 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
       // now holds the rest of the refused reply, goes.
       log_event(client, KL_LEVEL_ERROR, "a reply from %s passes the maximum reply size of %zu bytes",
                 b.server->name.c_str(), client->max_reply_bytes);
+      note_failure(client, b.server, KL_FAILURE_CONNECTION,
+                   "reply larger than the maximum of " + std::to_string(client->max_reply_bytes) + " bytes");
       b.failed = b.too_large = true;
       b.replies.clear();
       disconnect_server(b.server);
     } else if (!ok) {
       log_event(client, KL_LEVEL_ERROR, "no reply from %s: %s", b.server->name.c_str(),
                 b.server->ctx ? b.server->ctx->errstr : "");
+      note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_read_failure(b.server));
       fail(client, b, "read failed");
+    } else {
+      // The server's own words, for the caller who gets a KL_SERVER_ERROR.
+      for (const Reply &r : b.replies)
+        if (r && r->type == REDIS_REPLY_ERROR) {
+          note_failure(client, b.server, KL_FAILURE_SERVER_REPLY, std::string_view(r->str, r->len));
+          break;
+        }
     }
   }
 }

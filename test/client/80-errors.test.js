@@ -27,9 +27,46 @@ test('a wrong-type operation throws KeyloomError KL_SERVER_ERROR with the librar
   assert.equal(caught.name, 'KeyloomError');
   assert.equal(caught.code, kl.KL_SERVER_ERROR);
   assert.equal(caught.codeName, 'KL_SERVER_ERROR');
-  assert.equal(caught.message, kl.kl_strerror(kl.KL_SERVER_ERROR));
+  assert.equal(caught.message,
+    `${kl.kl_strerror(kl.KL_SERVER_ERROR)}: ${address(server)}: ${caught.serverMessage}`);
+  assert.match(caught.serverMessage, /^WRONGTYPE /);
+  assert.equal(caught.server, address(server));
   assert.equal(caught.command, 'lpush');
   assert.equal(caught.key, 's');
+});
+
+test('errors name the server and the cause: refused, timed out, closed, or the server\'s own words', async () => {
+  const refused = createClient({ servers: ['127.0.0.1:1'], connectTimeoutMs: 500 });
+  assert.throws(() => refused.get('k'), (e) => e.server === '127.0.0.1:1' &&
+    e.message === `${kl.kl_strerror(e.code)}: 127.0.0.1:1: connect ECONNREFUSED`);
+  // Skipped while marked down: still says why.
+  assert.throws(() => refused.get('k'), (e) => /127\.0\.0\.1:1: connect ECONNREFUSED \(marked down\)$/.test(e.message));
+  refused.close();
+
+  const [paused] = await servers(1);
+  const slow = client([paused], { connectTimeoutMs: 300 });
+  slow.set('k', 'v');
+  paused.kill('SIGSTOP');
+  try {
+    assert.throws(() => slow.get('k'), (e) => e.server === address(paused) &&
+      new RegExp(`: ${address(paused)}: no reply in \\d+ ms$`).test(e.message) && e.serverMessage === undefined);
+  } finally {
+    paused.kill('SIGCONT');
+  }
+});
+
+test('a wrong password is the server\'s refusal, and the password is in no message', async () => {
+  const [locked] = await servers(1, { password: 'right-one' });
+  let caught;
+  try {
+    createClient({ servers: [address(locked)], password: 'not-the-secret-xyz' });
+  } catch (err) {
+    caught = err;
+  }
+  assert.ok(caught instanceof KeyloomError);
+  assert.match(caught.serverMessage, /^WRONGPASS|^ERR invalid password/);
+  assert.equal(caught.server, address(locked));
+  assert.doesNotMatch(`${caught.message} ${caught.stack} ${JSON.stringify(caught)}`, /not-the-secret-xyz|right-one/);
 });
 
 test('reads of the wrong type throw too', () => {
