@@ -12,6 +12,7 @@
 const { kl, codes, KeyloomError } = require('./support.js');
 const { KeyloomClient } = require('./core.js');
 const { createClient } = require('./options.js');
+const { checked } = require('./arguments.js');
 
 const FAMILIES = ['connection', 'strings', 'keys', 'admin', 'lists', 'sets', 'sorted-sets', 'hashes', 'dictionaries'];
 
@@ -22,7 +23,7 @@ for (const family of FAMILIES) {
       throw new Error(`keyloom: ${name} is defined twice (commands/${family}.js)`);
     }
     Object.defineProperty(KeyloomClient.prototype, name, {
-      value: method, writable: true, enumerable: false, configurable: true,
+      value: checked(name, method), writable: true, enumerable: false, configurable: true,
     });
   }
 }

@@ -27,20 +27,53 @@ function choose(table, name, what) {
   return table[key];
 }
 
-/** 'host:port', '[v6]:port', 'host' (port 6379) or { host, port } to [host, port]. */
+// A server string never appears in an error as given: it may hold a password.
+const SERVER_FORMS = "'host:port', '[v6]:port', 'host', { host, port } or a redis://[user:password@]host:port[/db] URL";
+
+/** A redis:// URL to { host, port, username?, password?, db? }; rediss:// is refused. */
+function parseUrl(text) {
+  let url;
+  try {
+    url = new URL(text);
+  } catch {
+    throw new TypeError(`keyloom createClient: a server that is not a valid URL (a server is ${SERVER_FORMS})`);
+  }
+  if (url.protocol === 'rediss:') {
+    throw new TypeError('keyloom createClient: rediss:// (TLS) is not supported yet; use redis:// over a trusted network');
+  }
+  if (url.protocol !== 'redis:') {
+    throw new TypeError(`keyloom createClient: unknown URL scheme '${url.protocol}' (a server is ${SERVER_FORMS})`);
+  }
+  const out = { host: url.hostname.replace(/^\[(.*)\]$/, '$1'), port: url.port ? Number(url.port) : 6379 };
+  if (url.username) out.username = decodeURIComponent(url.username);
+  if (url.password) out.password = decodeURIComponent(url.password);
+  const path = url.pathname.replace(/^\//, '');
+  if (path !== '') {
+    if (!/^\d+$/.test(path)) throw new TypeError('keyloom createClient: the path of a redis:// URL is a database number');
+    out.db = Number(path);
+  }
+  if (url.search || url.hash) throw new TypeError('keyloom createClient: a redis:// URL takes no query or fragment');
+  return out;
+}
+
+/** A server as { host, port } plus what a URL carries (username, password, db). */
 function parseServer(server) {
   if (server && typeof server === 'object') {
     if (typeof server.host !== 'string') throw new TypeError('keyloom createClient: a server object needs a host');
-    return [server.host, server.port === undefined ? 6379 : Number(server.port)];
+    return { host: server.host, port: server.port === undefined ? 6379 : Number(server.port) };
   }
   if (typeof server !== 'string' || server === '') {
-    throw new TypeError(`keyloom createClient: a server is 'host:port' or { host, port }, not ${JSON.stringify(server)}`);
+    throw new TypeError(`keyloom createClient: a server is ${SERVER_FORMS}, not ${typeof server === 'string' ? 'an empty string' : typeof server}`);
+  }
+  if (server.includes('://')) return parseUrl(server);
+  if (server.includes('@') || server.includes('/')) {
+    throw new TypeError(`keyloom createClient: a server with '@' or '/' must be a redis:// URL (a server is ${SERVER_FORMS})`);
   }
   const v6 = /^\[([^\]]+)\](?::(\d+))?$/.exec(server);
-  if (v6) return [v6[1], v6[2] ? Number(v6[2]) : 6379];
+  if (v6) return { host: v6[1], port: v6[2] ? Number(v6[2]) : 6379 };
   const i = server.lastIndexOf(':');
-  if (i < 0) return [server, 6379];
-  return [server.slice(0, i), Number(server.slice(i + 1))];
+  if (i < 0) return { host: server, port: 6379 };
+  return { host: server.slice(0, i), port: Number(server.slice(i + 1)) };
 }
 
 function serverList(servers) {
@@ -66,10 +99,58 @@ function defaultServers() {
  * username for an ACL user), db,
  * onDirty({ command, key, code }) for writes that reached only some groups.
  */
+const OPTIONS = new Set([
+  'servers', 'groups', 'host', 'port', 'url', 'server', 'hash', 'distribution', 'shared', 'connectTimeoutMs',
+  'reconnectMs', 'maxReplyBytes', 'clientVersion', 'password', 'username', 'db', 'onDirty',
+]);
+// Options of other clients that mean something else here, with what to write instead.
+const INSTEAD = {
+  keyPrefix: 'keyPrefix is not supported: put the prefix in your keys, or give each application its own db',
+  socket: "socket is not an option: write { host, port } or servers: ['host:port']",
+  database: 'database is not an option: write db',
+  connectTimeout: 'connectTimeout is not an option: write connectTimeoutMs',
+  tls: 'tls is not supported yet',
+};
+
+function checkOptions(options) {
+  for (const name of Object.keys(options)) {
+    if (OPTIONS.has(name)) continue;
+    throw new TypeError(`keyloom createClient: ${INSTEAD[name] ?? `unknown option '${name}' (known: ${[...OPTIONS].join(', ')})`}`);
+  }
+  const given = ['servers', 'groups', 'host', 'url', 'server'].filter((n) => options[n] !== undefined);
+  if (given.length > 1 && !(given.length === 2 && given.includes('servers') && given.includes('groups'))) {
+    throw new TypeError(`keyloom createClient: give the servers one way, not ${given.join(' and ')}`);
+  }
+  if (options.port !== undefined && options.host === undefined) {
+    throw new TypeError("keyloom createClient: port goes with host: write { host, port }");
+  }
+}
+
+// Credentials and database of the URLs among the servers: one set for the whole client.
+function fromUrls(addresses, options) {
+  const settings = {};
+  for (const a of addresses) {
+    for (const name of ['username', 'password', 'db']) {
+      if (a[name] === undefined) continue;
+      if (options[name] !== undefined || (settings[name] !== undefined && settings[name] !== a[name])) {
+        throw new TypeError(`keyloom createClient: the ${name} is given twice (in a URL and elsewhere); give it once`);
+      }
+      settings[name] = a[name];
+    }
+  }
+  return settings;
+}
+
 function createClient(options = {}) {
   if (typeof options === 'string' || Array.isArray(options)) options = { servers: options };
-  const servers = options.servers !== undefined ? serverList(options.servers)
-    : options.groups === undefined ? defaultServers() : [];
+  if (options === null || typeof options !== 'object') {
+    throw new TypeError("keyloom createClient: options are an object, a server string or an array of servers");
+  }
+  checkOptions(options);
+  const single = options.host !== undefined ? [{ host: options.host, port: options.port }]
+    : options.url !== undefined ? [options.url] : options.server !== undefined ? [options.server] : undefined;
+  const servers = single ?? (options.servers !== undefined ? serverList(options.servers)
+    : options.groups === undefined ? defaultServers() : []);
   const groups = options.groups ?? {};
   const hash = choose(HASHES, options.hash ?? 'default', 'hash');
   const distribution = choose(DISTRIBUTIONS, options.distribution ?? 'consistent', 'distribution');
@@ -79,12 +160,14 @@ function createClient(options = {}) {
     ...Object.entries(groups).flatMap(([name, list]) => serverList(list).map((s) => [name, s])),
   ];
   if (members.length === 0) throw new TypeError('keyloom createClient: no servers given');
-  const addresses = members.map(([group, s]) => [group, ...parseServer(s)]);
-  for (const [, host, port] of addresses) {
+  const parsed = members.map(([group, s]) => ({ group, ...parseServer(s) }));
+  for (const { host, port } of parsed) {
     if (!Number.isInteger(port) || port <= 0 || port > 65535) {
       throw new TypeError(`keyloom createClient: bad port for server ${host}`);
     }
   }
+  const addresses = parsed.map(({ group, host, port }) => [group, host, port]);
+  options = { ...options, ...fromUrls(parsed, options) };
 
   const h = kl.kl_client_create(hash, distribution, kl.new_mm(), flags);
   if (h === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command: 'createClient' });

@@ -60,14 +60,15 @@ function groupOf(options, command) {
   return options?.group ? text(options.group, 'group', command) : '';
 }
 
-const TTL = (argv, o, command) => argv.push(seconds(o?.ttl, 'ttl', command));
-const ROUTE = (argv, o, command) => {
+const option = (name, push) => Object.assign(push, { optionName: name });
+const TTL = option('ttl', (argv, o, command) => argv.push(seconds(o?.ttl, 'ttl', command)));
+const ROUTE = option('route', (argv, o, command) => {
   const r = routeOf(o, command);
   argv.push(r, byteLength(r));
-};
+});
 // The group addressed (every group when none) and no per-server result cell.
-const GROUP = (argv, o, command) => argv.push(groupOf(o, command), null);
-const WEIGHT = (argv, o, command) => argv.push(seconds(o?.weight ?? 1, 'weight', command));
+const GROUP = option('group', (argv, o, command) => argv.push(groupOf(o, command), null));
+const WEIGHT = option('weight', (argv, o, command) => argv.push(seconds(o?.weight ?? 1, 'weight', command)));
 
 // ---- answers ------------------------------------------------------------------
 
@@ -79,6 +80,7 @@ const done = (...soft) => ({
 });
 /** One value (null when missing); options.buffer gives a Buffer. */
 const value = () => ({
+  options: ['buffer'],
   read(client, name, key, argv, fn, options, at) {
     return client[$one](name, key, options?.buffer, (v, n) => {
       argv.splice(at, 0, v, n);
@@ -88,6 +90,7 @@ const value = () => ({
 });
 /** Several values ([] when missing); options.buffer gives Buffers. */
 const values = () => ({
+  options: ['buffer'],
   read(client, name, key, argv, fn, options, at) {
     return client[$many](name, key, options?.buffer, (arr, count, lens) => {
       argv.splice(at, 0, arr, count, lens);
@@ -128,7 +131,8 @@ const counter = () => ({
 function command(fnName, args, answer, optionKinds = []) {
   const fn = libraryFunction(fnName);
   const keyed = args[0] === KEY;
-  return function method(...given) {
+  const optionNames = [...optionKinds.map((k) => k.optionName), ...(answer.options ?? [])];
+  return Object.assign(function method(...given) {
     const name = method.commandName;
     const argv = [this[$handle]];
     for (let i = 0; i < args.length; i++) {
@@ -140,7 +144,11 @@ function command(fnName, args, answer, optionKinds = []) {
     const at = argv.length; // the answer's cells go here
     for (const read of optionKinds) read(argv, options, name);
     return answer.read(this, name, keyed ? given[0] : undefined, argv, fn, options, at);
-  };
+  }, {
+    // What it takes, for the argument checks (arguments.js).
+    parameters: [...args.map((k) => k.label), ...(optionNames.length ? ['options'] : [])],
+    optionNames: new Set(optionNames),
+  });
 }
 
 /** The methods of a family's table: { name: command(...) or a function }. */

@@ -237,3 +237,65 @@ test('handle keeps its client alive after the client object itself is dropped', 
   assert.equal(kl.kl_exists(handle, 'alive', 5), kl.KL_SUCCESS);
   handle = null;  // now both go, and the finaliser frees the client once
 });
+
+test('createClient takes { host, port }, { url }, { server } and redis:// URLs, and refuses what it cannot honour', async () => {
+  const [s] = await servers(1);
+  db.set('where', 'here');
+  for (const options of [{ host: s.host, port: s.port }, { url: `redis://${address(s)}` }, { server: address(s) },
+    { servers: [`redis://${address(s)}/0`] }]) {
+    const c = createClient({ ...options, connectTimeoutMs: 2000 });
+    try {
+      c.set('seen', 'yes');
+      assert.equal(c.get('seen'), 'yes', JSON.stringify(options));
+    } finally {
+      c.close();
+    }
+  }
+  const inDb3 = createClient({ url: `redis://${address(s)}/3` });
+  inDb3.set('only-in-3', 'x');
+  inDb3.close();
+  const in0 = createClient({ server: address(s) });
+  assert.equal(in0.get('only-in-3'), null);
+  in0.select(3);
+  assert.equal(in0.get('only-in-3'), 'x');
+  in0.close();
+
+  const refuse = (options, pattern) => assert.throws(() => createClient(options), (e) =>
+    e instanceof TypeError && pattern.test(e.message) && !/hunter2/.test(e.message));
+  refuse({ servers: [address(s)], keyPrefix: 'app:' }, /keyPrefix is not supported/);
+  refuse({ servers: [address(s)], socket: { port: 1 } }, /write \{ host, port \}/);
+  refuse({ servers: [address(s)], colour: 'blue' }, /unknown option 'colour'/);
+  refuse({ port: 6379 }, /port goes with host/);
+  refuse({ host: 'a', servers: ['b'] }, /give the servers one way/);
+  refuse({ url: 'rediss://h:6379' }, /rediss:\/\/ \(TLS\) is not supported yet/);
+  refuse({ servers: ['admin:hunter2@h:6379'] }, /must be a redis:\/\/ URL/);
+  refuse({ url: 'redis://:hunter2@h:6379', password: 'other' }, /password is given twice/);
+});
+
+test('a password in a redis:// URL authenticates and never shows in an error', async () => {
+  const [locked] = await servers(1, { password: 'hunter2' });
+  const c = createClient({ url: `redis://:hunter2@${address(locked)}` });
+  c.set('k', 'v');
+  assert.equal(c.get('k'), 'v');
+  c.close();
+  assert.throws(() => createClient({ url: `redis://:wrong-hunter3@${address(locked)}` }), (e) =>
+    e instanceof KeyloomError && !/hunter/.test(`${e.message} ${e.stack}`));
+});
+
+test('surplus arguments and unknown options are refused with what to write instead, before anything is sent', () => {
+  db.set('kept', 'as it was');
+  const refused = (call, pattern) => assert.throws(call, (e) => e instanceof TypeError && pattern.test(e.message));
+  refused(() => db.set('kept', 'v', 'EX', 30), /too many arguments \(4\).*write set\(key, value, \{ ttl: 30 \}\)/);
+  refused(() => db.set('kept', 'v', 30), /options are an object, not number: write set\(key, value, \{ ttl: 30 \}\)/);
+  refused(() => db.del('kept', 'other'), /too many arguments \(2\).*write del\(\[key1, key2\]\)/);
+  refused(() => db.lpush('list', 'a', 'b'), /write lpush\(key, \[value1, value2\]\)/);
+  refused(() => db.get('kept', { bufer: true }), /unknown option 'bufer' \(it reads route, buffer\)/);
+  refused(() => db.set('kept', 'v', { ttl: 5, px: 100 }), /unknown option 'px'/);
+  refused(() => db.exists('kept', 'other'), /too many arguments \(2\); it takes exists\(key\)/);
+  assert.equal(db.get('kept'), 'as it was');
+  assert.equal(db.exists('list'), false);
+  // The options of other forms still work.
+  assert.equal(db.set('kept', 'v', { ttl: 30, nx: true }), false);
+  assert.equal(db.set('fresh', 'v', { ttl: 30, nx: true }), true);
+  assert.ok(db.ttl('fresh') > 0);
+});

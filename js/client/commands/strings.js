@@ -24,8 +24,8 @@ module.exports = methods({
    */
   set(key, value, options) {
     const ttl = seconds(options?.ttl, 'ttl', 'set');
-    if (options?.nx) return this.setnx(key, value, options);
-    if (options?.xx) return this.setifx(key, value, options);
+    if (options?.nx) return this.setnx(key, value, { ttl: options.ttl });
+    if (options?.xx) return this.setifx(key, value, { ttl: options.ttl });
     const k = text(key, 'key', 'set');
     if (options?.route !== undefined && options.route !== '') {
       if (ttl > 0) throw new TypeError('keyloom set: route and ttl cannot be combined');
