@@ -1,4 +1,5 @@
 // Type declarations of the idiomatic client: require('keyloom/client').
+/// <reference types="node" />
 import type { KlClient } from '../exact/index';
 
 /** A key, field, member or value: strings travel as UTF-8; a Buffer must be valid UTF-8 (except set()'s value). */
@@ -19,8 +20,19 @@ export interface DirtyWrite {
 }
 
 export interface ClientOptions {
-  /** Servers of the group "default". Without servers and groups: KEYLOOM_SERVERS, else 127.0.0.1:6379. */
+  /**
+   * Servers of the group "default": 'host:port', '[v6]:port', 'host', { host, port } or
+   * redis://[user:password@]host:port[/db] (rediss:// is refused until TLS exists).
+   * Without servers, groups, host, url or server: KEYLOOM_SERVERS, else 127.0.0.1:6379.
+   */
   servers?: Server[] | string;
+  /** One server, as other clients write it (with port). */
+  host?: string;
+  port?: number;
+  /** One server as a redis:// URL. */
+  url?: string;
+  /** One server. */
+  server?: Server;
   /** Named groups, each a full copy of the data; reads fail over in this order. */
   groups?: Record<string, Server[] | string>;
   /** Key hash (default 'default', Jenkins one-at-a-time). */
@@ -97,6 +109,10 @@ export declare class KeyloomError extends Error {
   /** The method that failed. */
   command?: string;
   key?: unknown;
+  /** The server ('host:port') where the failure was met, when the library knows it. */
+  server?: string;
+  /** The server's own error reply (WRONGTYPE ..., WRONGPASS ...), when it answered with one. */
+  serverMessage?: string;
   private constructor(code: number, details?: { command?: string; key?: unknown; message?: string });
 }
 

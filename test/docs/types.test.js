@@ -10,12 +10,22 @@ const path = require('node:path');
 const paths = require('../helpers/paths.js');
 const { documentedCounts } = require('../addon/signatures');
 
-test('typed-example.ts type-checks against index.d.ts and client.d.ts', () => {
-  const tsc = path.join(paths.root, 'node_modules', 'typescript', 'bin', 'tsc');
-  const r = spawnSync(process.execPath, [tsc, '--noEmit', '-p', path.join(__dirname, 'tsconfig.json')],
+// The TypeScript of the lock file's 5.x line and the current major (typescript7).
+for (const compiler of ['typescript', 'typescript7']) {
+  const tsc = path.join(paths.root, 'node_modules', compiler, 'bin', 'tsc');
+  const check = (config) => spawnSync(process.execPath, [tsc, '--noEmit', '-p', path.join(__dirname, config)],
     { cwd: paths.root, encoding: 'utf8' });
-  assert.equal(r.status, 0, r.stdout + r.stderr);
-});
+
+  test(`typed-example.ts type-checks against both layers' declarations (${compiler})`, () => {
+    const r = check('tsconfig.json');
+    assert.equal(r.status, 0, r.stdout + r.stderr);
+  });
+
+  test(`a project that names no types of its own type-checks too (${compiler})`, () => {
+    const r = check('tsconfig.user.json');
+    assert.equal(r.status, 0, r.stdout + r.stderr);
+  });
+}
 
 test('index.d.ts declares every export of keyloom.node and nothing else', () => {
   const dts = fs.readFileSync(path.join(paths.root, 'js', 'exact', 'index.d.ts'), 'utf8');
