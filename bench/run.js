@@ -94,7 +94,7 @@ function buildEverything(o) {
   log(`building the project in ${path.relative(root, o.buildDir)} ...`);
   let projectOk = true;
   try {
-    build({ buildDir: o.buildDir, quiet: true });
+    build({ buildDir: o.buildDir, bench: true, quiet: true });
   } catch {
     projectOk = false;
     log('  the project did not build completely; keyloom contenders may be skipped');

@@ -1,8 +1,12 @@
 #!/usr/bin/env node
 'use strict';
-// Builds the client library, its test double and the addon with CMake, against
-// the headers of the Node.js that runs this script.
-//   node scripts/build.js [--sanitize] [--werror] [--build-dir DIR]
+// Builds the client library and the addons with CMake, against the headers of
+// the Node.js that runs this script. Each setting has a folder of its own, so
+// that switching between them never rebuilds everything: build/ (what an
+// install and the examples use: no tests), build-strict/ (warnings as errors,
+// with the test double and the C++ tests: `npm test`), build-asan/ (the
+// sanitizers, with the tests).
+//   node scripts/build.js [--sanitize] [--werror] [--tests] [--build-dir DIR]
 const { execFileSync } = require('node:child_process');
 const fs = require('node:fs');
 const os = require('node:os');
@@ -48,11 +52,19 @@ function missingToolsHint() {
 
 class BuildToolsMissing extends Error {}
 
-function defaultBuildDir(sanitize) {
-  return path.join(root, sanitize ? 'build-asan' : 'build');
+function defaultBuildDir(sanitize, werror = false) {
+  return path.join(root, sanitize ? 'build-asan' : werror ? 'build-strict' : 'build');
 }
 
-function build({ sanitize = false, werror = false, buildDir = defaultBuildDir(sanitize), quiet = false } = {}) {
+/**
+ * Builds into buildDir (by default the folder of the setting). tests: the test
+ * double and the C++ tests too (on for the strict and sanitizer builds);
+ * bench: the benchmark's C programs and empty addon.
+ */
+function build({
+  sanitize = false, werror = false, tests = sanitize || werror, bench = false,
+  buildDir = defaultBuildDir(sanitize, werror), quiet = false,
+} = {}) {
   const stdio = quiet ? ['ignore', 'ignore', 'inherit'] : 'inherit';
   const hint = missingToolsHint();
   if (hint) throw new BuildToolsMissing(hint);
@@ -62,6 +74,8 @@ function build({ sanitize = false, werror = false, buildDir = defaultBuildDir(sa
     `-DNODE_INCLUDE_DIR=${include}`,
     `-DKEYLOOM_SANITIZE=${sanitize ? 'ON' : 'OFF'}`,
     `-DKEYLOOM_WERROR=${werror ? 'ON' : 'OFF'}`,
+    `-DKEYLOOM_TESTS=${tests ? 'ON' : 'OFF'}`,
+    `-DKEYLOOM_BENCH=${bench ? 'ON' : 'OFF'}`,
   ];
   const cached = fs.existsSync(cache) ? fs.readFileSync(cache, 'utf8') : '';
   const stale = wanted.some((def) => {
@@ -81,9 +95,12 @@ if (require.main === module) {
   const args = process.argv.slice(2);
   const dirIndex = args.indexOf('--build-dir');
   try {
+    const sanitize = args.includes('--sanitize');
+    const werror = args.includes('--werror');
     build({
-      sanitize: args.includes('--sanitize'),
-      werror: args.includes('--werror'),
+      sanitize,
+      werror,
+      tests: args.includes('--tests') || sanitize || werror,
       buildDir: dirIndex >= 0 ? path.resolve(args[dirIndex + 1]) : undefined,
     });
   } catch (err) {

@@ -10,7 +10,7 @@ const path = require('node:path');
 
 const root = path.resolve(__dirname, '..', '..');
 
-const { addonPath, buildDir } = require('../../js/build-location.js');
+const { addonPath, clientAddonPath, buildDir } = require('../../js/build-location.js');
 
 function onPath(command) {
   try {
@@ -21,15 +21,20 @@ function onPath(command) {
   }
 }
 
-/** Installs what is missing and builds the addon when it has not been built yet. */
+/**
+ * Installs what the examples use and builds the addon when it has not been built
+ * yet: a server, the build tools and hiredis (no test or benchmark tools), and
+ * the build of build/ (no tests), showing its progress.
+ */
 function ensureBuilt() {
   const needServer = !process.env.KEYLOOM_SERVERS && !onPath('redis-server');
-  if (!needServer && fs.existsSync(addonPath)) return;
-  console.log('keyloom: first run - installing dependencies and building the addon (once) ...');
-  execFileSync('bash', [path.join(root, 'scripts', 'install-deps.sh')], { stdio: 'inherit' });
-  if (!fs.existsSync(addonPath)) {
+  const built = fs.existsSync(addonPath) && fs.existsSync(clientAddonPath);
+  if (!needServer && built) return;
+  console.log('keyloom: first run - installing what the examples need and building the addon (once, about a minute) ...');
+  execFileSync('bash', [path.join(root, 'scripts', 'install-deps.sh'), '--demo'], { stdio: 'inherit' });
+  if (!built) {
     const { build } = require('../../scripts/build.js');
-    build({ buildDir, quiet: true });
+    build({ buildDir });
   }
 }
 

@@ -25,3 +25,10 @@ test('the build names the missing tools and the command that installs them, in o
   assert.match(r.stderr, /^keyloom: cannot build the addon: cmake, a C\+\+ compiler missing; install with: sudo apt-get install cmake g\+\+$/m);
   assert.doesNotMatch(r.stderr, /\n\s+at /);
 });
+
+test('each build setting has a folder of its own, so switching between them never rebuilds the other', () => {
+  const { defaultBuildDir } = require('../../scripts/build.js');
+  const folders = [defaultBuildDir(false, false), defaultBuildDir(false, true), defaultBuildDir(true, false)];
+  assert.deepEqual(folders.map((f) => path.basename(f)), ['build', 'build-strict', 'build-asan']);
+  assert.equal(path.basename(paths.buildDir) === 'build' || !!process.env.KEYLOOM_BUILD_DIR, true);
+});
