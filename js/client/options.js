@@ -141,6 +141,19 @@ function fromUrls(addresses, options) {
   return settings;
 }
 
+// AUTH and SELECT are remembered and replayed on every connection the client
+// opens: servers that are down now (a replica group, say) get them when they
+// come back. So the client is made when every server that answered accepted
+// them; a refusal (a server's error reply) still fails.
+function whileSomeServersAreDown(step) {
+  try {
+    step();
+  } catch (err) {
+    const down = err instanceof KeyloomError && err.code === codes.KL_PARTIAL_RESULT && err.serverMessage === undefined;
+    if (!down) throw err;
+  }
+}
+
 function createClient(options = {}) {
   if (typeof options === 'string' || Array.isArray(options)) options = { servers: options };
   if (options === null || typeof options !== 'object') {
@@ -196,10 +209,10 @@ function createClient(options = {}) {
   const client = new KeyloomClient(h, options.onDirty);
   try {
     if (options.password !== undefined) {
-      if (options.username !== undefined) client.auth(options.username, options.password);
-      else client.auth(options.password);
+      whileSomeServersAreDown(() => (options.username !== undefined
+        ? client.auth(options.username, options.password) : client.auth(options.password)));
     }
-    if (options.db !== undefined && options.db !== 0) client.select(options.db);
+    if (options.db !== undefined && options.db !== 0) whileSomeServersAreDown(() => client.select(options.db));
   } catch (err) {
     client.close();
     throw err;

@@ -83,3 +83,39 @@ test('a write that reaches only some groups is reported to onDirty and repaired 
   assert.equal(db.repair('d'), 1);
   assert.deepEqual(keysOn(again), ['d']);
 });
+
+test('password and db work while a replica group is down, and are replayed when it comes back', async () => {
+  const { startRedis } = require('../../scripts/local-redis.js');
+  const [up] = await servers(1, { password: 'pw' });
+  const gone = await startRedis({ password: 'pw' });
+  const port = gone.port;
+  await gone.stop();
+  const db = keyloom.createClient({
+    groups: { a: [`127.0.0.1:${up.port}`], b: [`127.0.0.1:${port}`] },
+    password: 'pw', db: 2, connectTimeoutMs: 300, reconnectMs: 100,
+  });
+  try {
+    db.set('while-down', '1');  // group b is down: dirty, not an error
+    assert.equal(db.get('while-down'), '1');
+    const back = await startRedis({ port, password: 'pw' });
+    try {
+      await new Promise((r) => setTimeout(r, 150));  // past the reconnect time-out
+      let tries = 0;
+      while (tries++ < 20) {
+        db.set('after', '2');
+        const direct = keyloom.createClient({ servers: [`127.0.0.1:${port}`], password: 'pw', db: 2 });
+        const seen = direct.get('after');
+        direct.close();
+        if (seen === '2') break;
+        await new Promise((r) => setTimeout(r, 100));
+      }
+      const direct = keyloom.createClient({ servers: [`127.0.0.1:${port}`], password: 'pw', db: 2 });
+      assert.equal(direct.get('after'), '2', 'the returned server got AUTH and SELECT 2 replayed');
+      direct.close();
+    } finally {
+      await back.stop();
+    }
+  } finally {
+    db.close();
+  }
+});
