@@ -20,7 +20,9 @@ const $one = Symbol('keyloom.one');
 const $many = Symbol('keyloom.many');
 const $integer = Symbol('keyloom.integer');
 
-const clients = new FinalizationRegistry((handle) => kl.kl_client_destroy(handle));
+// A client is destroyed by close(), by its finaliser, or, in a worker thread that
+// ends first, by the thread's cleanup (keyloom_client.node).
+const clients = new FinalizationRegistry((handle) => own.client_destroy(handle));
 
 // What the library knows of the last call's failure: the server and the cause,
 // or the server's own error reply.
@@ -47,6 +49,7 @@ class KeyloomClient {
   #alias; // the handle given out: another proxy of #h, which the finaliser does not hold
 
   constructor(handle, onDirty) {
+    own.client_adopt(handle);
     this.#h = handle;
     this.#onDirty = onDirty;
     clients.register(this, handle, this);
@@ -132,7 +135,7 @@ class KeyloomClient {
     const h = this.#h;
     this.#h = null;
     clients.unregister(this);
-    kl.kl_client_destroy(h);
+    own.client_destroy(h);
   }
 
   /** A new client with the same settings and servers and its own connections. */

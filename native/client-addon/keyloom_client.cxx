@@ -8,6 +8,7 @@
 #include <node.h>
 #include <v8.h>
 
+#include <unordered_set>
 #include <vector>
 
 #include "keyloom.h"
@@ -27,6 +28,33 @@ namespace {
 kl_client* client_alias(kl_client* client) { return client; }
 using RClient = RProxy<kl_client*, KLRT_TYPE_p_kl_client>;
 
+// The clients the idiomatic client made in this thread's environment and has
+// not destroyed yet. A worker thread that ends, or is terminated, runs no more
+// finalisers: its environment's cleanup destroys what is left, so no
+// connection or descriptor outlives the thread.
+struct LiveClients {
+  std::unordered_set<kl_client*> clients;
+};
+thread_local LiveClients* live_clients = nullptr;
+
+void DestroyLeftClients(void* arg) {
+  auto* live = static_cast<LiveClients*>(arg);
+  for (kl_client* client : live->clients) kl_client_destroy(client);
+  if (live_clients == live) live_clients = nullptr;
+  delete live;
+}
+
+// Takes a new client into this environment's care.
+void client_adopt(kl_client* client) {
+  if (client && live_clients) live_clients->clients.insert(client);
+}
+// Destroys a client, and forgets it (null: nothing).
+void client_destroy(kl_client* client) {
+  if (!client) return;
+  if (live_clients) live_clients->clients.erase(client);
+  kl_client_destroy(client);
+}
+
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).
 const std::vector<FunctionEntry> kFunctions = {
@@ -35,6 +63,8 @@ const std::vector<FunctionEntry> kFunctions = {
     KL_EXPORT(kl_last_failure_server, kl_last_failure_server, RUtf8, Client),
     KL_EXPORT(kl_last_failure_text, kl_last_failure_text, RUtf8, Client),
     KL_EXPORT(client_alias, client_alias, RClient, Client),
+    KL_EXPORT(client_adopt, client_adopt, RVoid, Client),
+    KL_EXPORT(client_destroy, client_destroy, RVoid, Client),
 };
 
 }  // namespace
@@ -45,6 +75,10 @@ NODE_MODULE_INIT(/* exports, module, context */) {
   KLRT_InitializeModule(static_cast<void*>(&exports));
   v8::HandleScope scope(isolate);
   KLRT_InstallProxyClass(isolate);
+  if (!live_clients) {
+    live_clients = new LiveClients();
+    node::AddEnvironmentCleanupHook(isolate, DestroyLeftClients, live_clients);
+  }
   for (const FunctionEntry& function : kFunctions) {
     KLRT_AddStaticFunction(isolate, context, exports, function.name, function.callback);
   }

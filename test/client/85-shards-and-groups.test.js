@@ -119,3 +119,31 @@ test('password and db work while a replica group is down, and are replayed when 
     db.close();
   }
 });
+
+test('clients made in a worker thread are destroyed when the thread ends or is terminated', async () => {
+  const { Worker } = require('node:worker_threads');
+  const [s] = await servers(1);
+  const watcher = client([s]);
+  const connected = () => Number(/connected_clients:(\d+)/.exec(watcher.info()[0])[1]);
+  const baseline = connected();
+  const body = `
+    const { parentPort, workerData } = require('node:worker_threads');
+    const { createClient } = require(workerData.client);
+    const db = createClient({ servers: [workerData.server] });
+    db.set('from-worker', 'yes');        // opens its connection; never closed here
+    parentPort.postMessage('connected');
+    if (workerData.linger) setInterval(() => {}, 1000);`;
+  for (const linger of [false, true]) {
+    const worker = new Worker(body, { eval: true,
+      workerData: { client: require.resolve('keyloom/client'), server: address(s), linger } });
+    await new Promise((resolve, reject) => { worker.once('message', resolve); worker.once('error', reject); });
+    if (linger) await worker.terminate();
+    else await new Promise((resolve) => worker.once('exit', resolve));
+    let n = connected();
+    for (let i = 0; i < 20 && n > baseline; i++) {
+      await new Promise((r) => setTimeout(r, 50));
+      n = connected();
+    }
+    assert.equal(n, baseline, linger ? 'after terminate()' : 'after the thread ended');
+  }
+});
