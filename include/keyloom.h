@@ -282,6 +282,13 @@ kl_return_t kl_dirty(kl_client *client, char *key, size_t key_len, int ttl, int 
 /* SET key value (ttl > 0: with EX ttl). */
 kl_return_t kl_set(kl_client *client, char *key, size_t key_len, char *value, size_t value_len,
                    size_t ttl);
+/* kl_set_binary only when the key is absent (KL_SET_IF_ABSENT: KL_ALREADY_EXISTS
+   when it was there) or present (KL_SET_IF_PRESENT: KL_NOTFOUND when it was
+   not); KL_SET_ALWAYS is kl_set_binary. value is taken over as there, in every
+   case. */
+enum { KL_SET_ALWAYS = 0, KL_SET_IF_ABSENT = 1, KL_SET_IF_PRESENT = 2 };
+kl_return_t kl_set_binary_if(kl_client *client, char *key, size_t key_len, char *value,
+                             size_t value_len, size_t ttl, int condition);
 /* SET taking over value, a buffer allocated with new[] that the library frees. */
 kl_return_t kl_set_binary(kl_client *client, char *key, size_t key_len, char *value,
                           size_t value_len, size_t ttl);

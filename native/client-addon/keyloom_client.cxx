@@ -59,6 +59,7 @@ void client_destroy(kl_client* client) {
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).
 const std::vector<FunctionEntry> kFunctions = {
     KL_CMD(kl_client_max_reply_size, Client, Size),
+    KL_CMD(kl_set_binary_if, Client, CharP, Size, Binary, Size, Size, Int),
     KL_EXPORT(kl_last_failure_kind, kl_last_failure_kind, RInt, Client),
     KL_EXPORT(kl_last_failure_server, kl_last_failure_server, RUtf8, Client),
     KL_EXPORT(kl_last_failure_text, kl_last_failure_text, RUtf8, Client),

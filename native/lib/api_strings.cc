@@ -68,6 +68,24 @@ kl_return_t kl_set_binary(kl_client *client, char *key, size_t key_len, char *va
   return r;
 }
 
+kl_return_t kl_set_binary_if(kl_client *client, char *key, size_t key_len, char *value,
+                             size_t value_len, size_t ttl, int condition) {
+  kl_return_t r = KL_INVALID_PARAMETER;
+  switch (condition) {
+    case KL_SET_ALWAYS:
+      r = set_with(client, key, key_len, value, value_len, ttl, nullptr, KL_WRONG_REPLY);
+      break;
+    case KL_SET_IF_ABSENT:
+      r = set_with(client, key, key_len, value, value_len, ttl, "NX", KL_ALREADY_EXISTS);
+      break;
+    case KL_SET_IF_PRESENT:
+      r = set_with(client, key, key_len, value, value_len, ttl, "XX", KL_NOTFOUND);
+      break;
+  }
+  delete[] value;  // ours in every case, failures included
+  return r;
+}
+
 kl_return_t kl_setnx(kl_client *client, char *key, size_t key_len, char *value,
                      size_t value_len, size_t ttl) {
   return set_with(client, key, key_len, value, value_len, ttl, "NX", KL_ALREADY_EXISTS);

@@ -1,5 +1,8 @@
 #include "one_command.h"
 
+#include <chrono>
+#include <climits>
+
 #include "companions.h"
 
 namespace keyloom {
@@ -63,6 +66,17 @@ kl_return_t write_keyed(kl_client *client, Route route, std::initializer_list<st
     append(c);
   });
   return write_one(client, route, std::move(cmd), on_reply);
+}
+
+bool ttl_ok(size_t ttl) {
+  const long long now_ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                               std::chrono::system_clock::now().time_since_epoch())
+                               .count();
+  // A minute of slack for the server's clock being ahead of ours.
+  const unsigned long long limit = (static_cast<unsigned long long>(LLONG_MAX) -
+                                    static_cast<unsigned long long>(now_ms) - 60'000ULL) /
+                                   1000ULL;
+  return ttl <= limit;
 }
 
 kl_return_t write_one(kl_client *client, Route route, Command cmd, OnReply on_reply) {

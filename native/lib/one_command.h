@@ -18,9 +18,10 @@ using OnReply = FunctionRef<kl_return_t(redisReply *reply, bool fill)>;
 // Appends a command's arguments after its key.
 using AppendArgs = FunctionRef<void(Command &cmd)>;
 
-// A TTL the server accepts as EXPIRE seconds (it refuses values whose
-// milliseconds would overflow); checked before anything is sent.
-inline bool ttl_ok(size_t ttl) { return ttl <= 1'000'000'000'000'000ULL; }
+// A TTL the server accepts as EXPIRE seconds: it refuses one whose expiry
+// time, now plus the TTL in milliseconds, would pass the largest 64-bit
+// integer. Checked before anything is sent.
+bool ttl_ok(size_t ttl);
 
 // Runs one command (a write: every group; a read: the first group up) and
 // hands its reply to on_reply. Nothing is allocated for the call itself.

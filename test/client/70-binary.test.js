@@ -76,3 +76,18 @@ test('the raw bytes of a text value are its UTF-8 encoding', () => {
   db.set('t2', Buffer.from([0xc3, 0xa9]));
   assert.equal(db.get('t2'), 'é');
 });
+
+test('set() with nx or xx stores a Buffer byte for byte, as plain set() does', () => {
+  const every = Buffer.from(Array.from({ length: 256 }, (_, i) => i));
+  db.del(['nx-bytes', 'xx-bytes']);
+  assert.equal(db.set('nx-bytes', every, { nx: true }), true);
+  assert.deepEqual(db.getBuffer('nx-bytes'), every);
+  assert.equal(db.set('nx-bytes', Buffer.from([1, 2, 3]), { nx: true }), false);
+  assert.deepEqual(db.getBuffer('nx-bytes'), every);
+  assert.equal(db.set('xx-bytes', every, { xx: true }), false);
+  assert.equal(db.exists('xx-bytes'), false);
+  db.set('xx-bytes', 'old');
+  assert.equal(db.set('xx-bytes', every, { xx: true, ttl: 60 }), true);
+  assert.deepEqual(db.getBuffer('xx-bytes'), every);
+  assert.ok(db.ttl('xx-bytes') > 0);
+});

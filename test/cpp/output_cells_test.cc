@@ -53,3 +53,18 @@ TEST(OutputCells, StringsKeysAndAdministrationClearTheirCellsFirst) {
 }
 
 }  // namespace
+
+namespace {
+
+// The collection families refuse exactly the TTLs the server would refuse.
+TEST(CollectionTtls, AreRefusedOnlyWhereTheServerWouldRefuseThem) {
+  TestCluster cluster(1);
+  kl_client *c = cluster.client();
+  EXPECT_EQ(kl_lpush(c, mut("l"), 1, mut("v"), 1, 5'000'000'000'000'000ULL), KL_SUCCESS);
+  int ttl = 0;
+  ASSERT_EQ(kl_get_ttl(c, mut("l"), 1, &ttl), KL_SUCCESS);
+  EXPECT_NE(ttl, -1);  // it has a TTL (the int cell holds its low bits)
+  EXPECT_EQ(kl_lpush(c, mut("l"), 1, mut("v"), 1, 10'000'000'000'000'000ULL), KL_INVALID_PARAMETER);
+}
+
+}  // namespace

@@ -3,9 +3,15 @@
 // MGET/MSET over every shard, INCR/DECR.
 const { kl, codes, text, byteLength, seconds, pairs, list, scoped, elements, countOf } = require('../support.js');
 const { $handle, $status, $check, NOTFOUND, resultOf } = require('../core.js');
+const { own } = require('../native.js');
 const {
   command, methods, KEY, VALUE, integerOf, TTL, ROUTE, done, value, counter, routeOf,
 } = require('../table.js');
+
+// kl_set_binary_if's conditions.
+const SET_ALWAYS = 0;
+const SET_IF_ABSENT = 1;
+const SET_IF_PRESENT = 2;
 
 // kl_setnx, kl_setifx, kl_append: (client, key, len, value, len, ttl).
 const store = (fn, ...soft) => command(fn, [KEY, VALUE], done(...soft), [TTL]);
@@ -24,19 +30,23 @@ module.exports = methods({
    */
   set(key, value, options) {
     const ttl = seconds(options?.ttl, 'ttl', 'set');
-    if (options?.nx) return this.setnx(key, value, { ttl: options.ttl });
-    if (options?.xx) return this.setifx(key, value, { ttl: options.ttl });
+    const binary = value instanceof Uint8Array;
+    if (options?.nx && !binary) return this.setnx(key, value, { ttl: options.ttl });
+    if (options?.xx && !binary) return this.setifx(key, value, { ttl: options.ttl });
     const k = text(key, 'key', 'set');
     if (options?.route !== undefined && options.route !== '') {
       if (ttl > 0) throw new TypeError('keyloom set: route and ttl cannot be combined');
       this.getset(key, value, { route: options.route });
       return true;
     }
-    if (value instanceof Uint8Array) {
+    if (binary) {
       const bytes = Buffer.isBuffer(value) ? value : Buffer.from(value.buffer, value.byteOffset, value.byteLength);
-      // kl_set_binary takes one byte per character and hands the copy to the library.
-      const rc = kl.kl_set_binary(this[$handle], k, byteLength(k), bytes.toString('latin1'), bytes.length, ttl);
-      return this[$status](rc, 'set', key);
+      // One byte per character, copied for the library, which takes the copy over.
+      const condition = options?.nx ? SET_IF_ABSENT : options?.xx ? SET_IF_PRESENT : SET_ALWAYS;
+      const rc = own.kl_set_binary_if(this[$handle], k, byteLength(k), bytes.toString('latin1'), bytes.length, ttl,
+        condition);
+      const soft = condition === SET_IF_ABSENT ? [codes.KL_ALREADY_EXISTS] : condition === SET_IF_PRESENT ? [NOTFOUND] : undefined;
+      return this[$status](rc, 'set', key, soft);
     }
     const v = text(value, 'value', 'set');
     return this[$status](kl.kl_set(this[$handle], k, byteLength(k), v, byteLength(v), ttl), 'set', key);
