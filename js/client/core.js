@@ -19,6 +19,8 @@ const $status = Symbol('keyloom.status');
 const $one = Symbol('keyloom.one');
 const $many = Symbol('keyloom.many');
 const $integer = Symbol('keyloom.integer');
+// True when some group spreads its keys over more than one server.
+const $sharded = Symbol('keyloom.sharded');
 
 // A client is destroyed by close(), by its finaliser, or, in a worker thread that
 // ends first, by the thread's cleanup (keyloom_client.node).
@@ -48,10 +50,11 @@ class KeyloomClient {
   #onDirty;
   #alias; // the handle given out: another proxy of #h, which the finaliser does not hold
 
-  constructor(handle, onDirty) {
+  constructor(handle, onDirty, sharded = false) {
     own.client_adopt(handle);
     this.#h = handle;
     this.#onDirty = onDirty;
+    this[$sharded] = sharded;
     clients.register(this, handle, this);
   }
 
@@ -142,7 +145,7 @@ class KeyloomClient {
   duplicate() {
     const h = kl.kl_group_client(this[$handle]);
     if (h === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command: 'duplicate' });
-    return new KeyloomClient(h, this.#onDirty);
+    return new KeyloomClient(h, this.#onDirty, this[$sharded]);
   }
 }
 
@@ -151,5 +154,5 @@ if (typeof Symbol.dispose === 'symbol') {
 }
 
 module.exports = {
-  KeyloomClient, NOTFOUND, resultOf, $handle, $check, $status, $one, $many, $integer,
+  KeyloomClient, NOTFOUND, resultOf, $handle, $check, $status, $one, $many, $integer, $sharded,
 };

@@ -206,7 +206,9 @@ function createClient(options = {}) {
     fail(kl.kl_set_client_version(h, choose(VERSIONS, options.clientVersion, 'clientVersion')), 'createClient');
   }
   for (const [group, host, port] of addresses) fail(kl.kl_server_add(h, host, port, group), 'createClient');
-  const client = new KeyloomClient(h, options.onDirty);
+  const perGroup = new Map();
+  for (const [group] of addresses) perGroup.set(group, (perGroup.get(group) ?? 0) + 1);
+  const client = new KeyloomClient(h, options.onDirty, [...perGroup.values()].some((n) => n > 1));
   try {
     if (options.password !== undefined) {
       whileSomeServersAreDown(() => (options.username !== undefined

@@ -147,3 +147,28 @@ test('clients made in a worker thread are destroyed when the thread ends or is t
     assert.equal(n, baseline, linger ? 'after terminate()' : 'after the thread ended');
   }
 });
+
+test('sort with BY/GET patterns or STORE on a sharded client needs a route that keeps the keys together', async () => {
+  const list = await servers(2);
+  const db = client(list);
+  // The list lives where its own name routes it; the keys its patterns name are
+  // written with that name as their route, so they all land on its server.
+  const route = { route: 'ids' };
+  db.rpush('ids', ['2', '1', '3']);
+  for (const id of ['1', '2', '3']) db.set(`weight:${id}`, String(10 - Number(id)), route);
+  assert.throws(() => db.sort('ids', { by: 'weight:*' }), (e) => e instanceof TypeError && /give sort the same route/.test(e.message));
+  assert.throws(() => db.sort('ids', { get: 'weight:*' }), TypeError);
+  assert.throws(() => db.sort('ids', { store: 'sorted' }), TypeError);
+  // With the route every key named is on the route's server.
+  assert.deepEqual(db.sort('ids', { by: 'weight:*', ...route }), ['3', '2', '1']);
+  assert.deepEqual(db.sort('ids', { get: ['#', 'weight:*'], ...route }), ['1', '9', '2', '8', '3', '7']);
+  // Without patterns sort needs no route (the list alone), and one server needs none at all.
+  const ids = client(list);
+  ids.rpush('plain', ['b', 'a']);
+  assert.deepEqual(ids.sort('plain', { alpha: true }), ['a', 'b']);
+  const single = client([list[0]]);
+  single.rpush('one', ['2', '1']);
+  single.set('w:1', '5');
+  single.set('w:2', '1');
+  assert.deepEqual(single.sort('one', { by: 'w:*' }), ['2', '1']);
+});

@@ -2,7 +2,7 @@
 // Commands on keys of any type: DEL, EXISTS, EXPIRE/PERSIST/TTL, TYPE,
 // RENAME, KEYS, RANDOMKEY, MOVE, SORT, and the repair of a dirty key.
 const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, $one, $many, $integer, NOTFOUND } = require('../core.js');
+const { $handle, $status, $check, $one, $many, $integer, $sharded, NOTFOUND } = require('../core.js');
 const {
   command, methods, KEY, textOf, integerOf, secondsOf, done, value, count, routeOf, NULL_STRING,
 } = require('../table.js');
@@ -72,6 +72,14 @@ module.exports = methods({
     const limitCount = options.limit ? integer(options.limit.count ?? -1, 'limit.count', 'sort') : 0;
     const route = routeOf(options, 'sort');
     const store = options.store ? text(options.store, 'store key', 'sort') : '';
+    const namesOtherKeys = (by !== '' && by !== 'nosort') || gets.some((g) => g !== '' && g !== '#') || store !== '';
+    if (this[$sharded] && route === '' && namesOtherKeys) {
+      // SORT runs on one server: the keys its patterns and STORE name would be
+      // looked for there, while the client spreads them over several.
+      throw new TypeError('keyloom sort: on a client whose keys are spread over several servers, BY and GET ' +
+        "patterns and STORE name keys that may live elsewhere: write those keys with { route: '<the sorted key>' } " +
+        'and give sort the same route, or sort without them');
+    }
     return scoped((s) => {
       const n = s.count();
       const o = s.strings(n);
