@@ -1,5 +1,7 @@
 #include "connection.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -47,6 +49,14 @@ void read_version(Server *server, const redisReply *info) {
 void lost_at_connect(kl_client *client, Server *server, const char *step) {
   note_failure(client, server, KL_FAILURE_CONNECTION, describe_read_failure(server) + " (" + step + ")");
   drop_failed(client, server, step);
+}
+
+bool input_pending(const Server *server) {
+  const redisContext *ctx = server->ctx;
+  if (!ctx) return false;
+  if (ctx->reader && ctx->reader->len > ctx->reader->pos) return true;
+  char byte;
+  return recv(ctx->fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;  // data, or closed
 }
 
 void disconnect_server(Server *server) {

@@ -36,6 +36,13 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
     b.failed = b.too_large = false;
     b.replies.clear();
     if (b.size() == 0) continue;
+    if (input_pending(b.server)) {
+      // Replies nobody asked for (a server that answered twice) or a close
+      // while idle: later replies would be matched to the wrong requests.
+      log_event(client, KL_LEVEL_WARNING, "%s sent what was not asked for; reconnecting",
+                b.server->name.c_str());
+      disconnect_server(b.server);
+    }
     if (!connect_server(client, b.server)) {
       b.failed = true;
       continue;

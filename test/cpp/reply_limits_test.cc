@@ -112,3 +112,20 @@ TEST(ReplyLimits, AHashOverTheLimitIsRefusedWhateverItsShape) {
 }
 
 }  // namespace
+
+namespace {
+
+// A server that answers one request twice: the spare reply is never taken for
+// the answer to the next request; the connection is dropped and made again.
+TEST(StreamInStep, AReplyNobodyAskedForDropsTheConnection) {
+  ScriptedServer server({"+OK\r\n+OK\r\n", "$5\r\nright\r\n"});
+  kl_client *c = client_of(server, 2000);
+  EXPECT_EQ(kl_set(c, mut("k"), 1, mut("v"), 1, 0), KL_SUCCESS);
+  std::string value;
+  EXPECT_EQ(get(c, "k", &value), KL_SUCCESS);
+  EXPECT_EQ(value, "right");
+  EXPECT_EQ(server.connections(), 2);
+  kl_client_destroy(c);
+}
+
+}  // namespace

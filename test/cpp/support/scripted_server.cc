@@ -35,8 +35,8 @@ ScriptedServer::~ScriptedServer() {
   close(listener_);
 }
 
-// One connection at a time: a new one replaces the previous, and the script
-// starts again for it.
+// One connection at a time: a new one replaces the previous and takes the
+// script up where the previous one left it.
 void ScriptedServer::serve() {
   int conn = -1;
   size_t next = 0;
@@ -49,7 +49,6 @@ void ScriptedServer::serve() {
       if (fresh >= 0) {
         if (conn >= 0) close(conn);
         conn = fresh;
-        next = 0;
         ++connections_;
       }
       continue;

@@ -1,7 +1,8 @@
 // A server that speaks only what a test scripts: it listens on a loopback port
-// of its own, and answers each read from a connection with the next of its
-// canned byte strings (the protocol as a hostile or broken server would send
-// it); with none left it stays silent, connection open, until it is destroyed.
+// of its own, and answers each read with the next of its canned byte strings
+// (the protocol as a hostile or broken server would send it), across
+// connections; with none left it stays silent, connection open, until it is
+// destroyed.
 #pragma once
 
 #include <atomic>
