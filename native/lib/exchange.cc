@@ -84,15 +84,15 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
     for (size_t i = 0; ok && i < b.size(); ++i) {
       if (!b.preloaded.empty() && b.preloaded[i]) {
         Reply load;
-        ok = read_one(b.server, &load);
+        ok = read_next(client, b.server, &load);
         if (!ok) break;
       }
       if (b.on_read_start) b.on_read_start(b.on_read_context, b, i);
       if (b.reader_fn) {
         void *r = nullptr;
-        ok = read_reply(b.server->ctx, &b.server->budget, &r);
+        ok = read_next(client, b.server, &r);
       } else {
-        ok = read_one(b.server, &b.replies[i]);
+        ok = read_next(client, b.server, &b.replies[i]);
       }
       if (ok && b.on_read) b.on_read(b.on_read_context, b, i);
     }

@@ -28,7 +28,8 @@ std::string describe_read_failure(const Server *server) {
   const redisContext *ctx = server->ctx;
   if (!ctx) return "connection lost";
   if (ctx->err == REDIS_ERR_EOF) return "connection closed by the server";
-  if (ctx->err == REDIS_ERR_IO && (errno == EAGAIN || errno == EWOULDBLOCK))
+  // ctx->err 0: the read was refused because the call's time was up.
+  if (ctx->err == 0 || (ctx->err == REDIS_ERR_IO && (errno == EAGAIN || errno == EWOULDBLOCK)))
     return "no reply in " + std::to_string(server->io_timeout_ms) + " ms";
   if (ctx->err == REDIS_ERR_IO && errno != 0) {
     if (const char *name = strerrorname_np(errno)) return std::string("read ") + name;

@@ -99,9 +99,14 @@ bool append(const kl_client *client, Batch &b) {
   return true;
 }
 
-bool read_one(Server *server, Reply *out) {
+bool read_next(kl_client *client, Server *server, void **reply) {
+  return read_reply(server->ctx, &server->budget, reply,
+                    [client, server] { return arm_timeout(client, server); });
+}
+
+bool read_next(kl_client *client, Server *server, Reply *out) {
   void *r = nullptr;
-  if (!read_reply(server->ctx, &server->budget, &r)) return false;
+  if (!read_next(client, server, &r)) return false;
   out->reset(static_cast<redisReply *>(r));
   return true;
 }

@@ -10,8 +10,10 @@ namespace keyloom {
 
 // Queues every command of b on its server's connection; false when out of memory.
 bool append(const kl_client *client, Batch &b);
-// The next reply of server's connection, within its reply budget.
-bool read_one(Server *server, Reply *out);
+// The next reply of server's connection, within its reply budget and the
+// call's time: every read waits at most what the call has left.
+bool read_next(kl_client *client, Server *server, void **reply);
+bool read_next(kl_client *client, Server *server, Reply *out);
 // A NOSCRIPT error reply: the server does not have the script (any more).
 bool is_noscript(const redisReply *r);
 // Runs command i of b again as EVAL, its reply replacing the NOSCRIPT one.

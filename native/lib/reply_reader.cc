@@ -130,7 +130,8 @@ void attach_reply_budget(redisReader *reader, ReplyBudget *budget) {
   reader->privdata = budget;
 }
 
-bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply) {
+bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
+                FunctionRef<bool()> before_read) {
   *reply = nullptr;
   if (budget) {
     budget->exceeded = false;
@@ -139,6 +140,7 @@ bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply) {
   if (redisGetReplyFromReader(ctx, reply) != REDIS_OK) return false;
   while (*reply == nullptr) {
     if (budget && item_in_progress_too_large(ctx->reader, budget)) return false;
+    if (!before_read()) return false;
     if (redisBufferRead(ctx) != REDIS_OK) return false;
     if (redisGetReplyFromReader(ctx, reply) != REDIS_OK) return false;
   }

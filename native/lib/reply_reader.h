@@ -12,6 +12,8 @@
 
 #include <cstddef>
 
+#include "internal.h"
+
 namespace keyloom {
 
 // The charge of the reply being read on one connection.
@@ -26,9 +28,12 @@ struct ReplyBudget {
 void attach_reply_budget(redisReader *reader, ReplyBudget *budget);
 
 // The next reply of ctx, reading from the socket as needed (redisGetReply with
-// the announced-size check between reads). False when none could be read: the
-// connection failed, timed out, or the reply passed the budget
-// (budget->exceeded is set then).
-bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply);
+// the announced-size check between reads). before_read runs before every read
+// from the socket and may refuse it (the call's time is up): a reply drip-fed
+// a byte at a time, or reads cut short by signals, end there. False when none
+// could be read: the connection failed, timed out, before_read refused, or the
+// reply passed the budget (budget->exceeded is set then).
+bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
+                FunctionRef<bool()> before_read);
 
 }  // namespace keyloom

@@ -2,6 +2,8 @@
 // is refused before the memory is taken, the call fails with
 // KL_MEMORY_FAILURE, that connection goes and the server stays up.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/time.h>
 
 #include <chrono>
 #include <cstring>
@@ -125,6 +127,43 @@ TEST(StreamInStep, AReplyNobodyAskedForDropsTheConnection) {
   EXPECT_EQ(get(c, "k", &value), KL_SUCCESS);
   EXPECT_EQ(value, "right");
   EXPECT_EQ(server.connections(), 2);
+  kl_client_destroy(c);
+}
+
+}  // namespace
+
+namespace {
+
+volatile sig_atomic_t alarms_left = 0;
+
+void on_alarm(int) {
+  alarms_left = alarms_left - 1;
+  if (alarms_left <= 0) {
+    itimerval off{};
+    setitimer(ITIMER_REAL, &off, nullptr);
+  }
+}
+
+// Signals arriving every 50 ms (without SA_RESTART, so each blocked read ends
+// with EINTR) never restart the wait: the call still ends at its deadline.
+TEST(CallBound, SignalsDuringAReadDoNotRestartTheWait) {
+  ScriptedServer server({});  // accepts, never answers
+  kl_client *c = client_of(server, 300);
+  struct sigaction action {}, previous {};
+  action.sa_handler = on_alarm;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = 0;
+  sigaction(SIGALRM, &action, &previous);
+  alarms_left = 60;  // 3 s of signals at most, so a failing run ends too
+  itimerval every{{0, 50'000}, {0, 50'000}};
+  setitimer(ITIMER_REAL, &every, nullptr);
+  auto start = Clock::now();
+  EXPECT_EQ(get(c, "k"), KL_SERVER_DOWN);
+  const long long elapsed = ms_since(start);
+  itimerval off{};
+  setitimer(ITIMER_REAL, &off, nullptr);
+  sigaction(SIGALRM, &previous, nullptr);
+  EXPECT_LT(elapsed, 1500);  // the bound is twice the 300 ms time-out; signals would make it 3 s
   kl_client_destroy(c);
 }
 
