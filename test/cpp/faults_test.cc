@@ -9,17 +9,14 @@
 #include "keyloom.h"
 #include "support/test_cluster.h"
 
+using keyloom::test::Clock;
+using keyloom::test::ms_since;
 using keyloom::test::mut;
 using keyloom::test::RedisServer;
 using keyloom::test::TestCluster;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-long long ms_since(Clock::time_point start) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
 
 kl_client *client_for(unsigned port, unsigned timeout_ms, unsigned reconnect_ms) {
   kl_client *c = kl_client_create(KL_HASH_DEFAULT, KL_DISTRIBUTION_MODULA, nullptr, KL_FLAG_NONE);

@@ -13,17 +13,14 @@
 #include "support/scripted_server.h"
 #include "support/test_cluster.h"
 
+using keyloom::test::Clock;
+using keyloom::test::ms_since;
 using keyloom::test::mut;
 using keyloom::test::ScriptedServer;
 using keyloom::test::TestCluster;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-long long ms_since(Clock::time_point start) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
 
 // A client of one scripted server that sends no INFO at connect.
 kl_client *client_of(const ScriptedServer &server, unsigned timeout_ms) {

@@ -5,6 +5,7 @@
 
 #include <hiredis/hiredis.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,6 +38,13 @@ class TestCluster {
   size_t groups_;
   kl_client *client_ = nullptr;
 };
+
+using Clock = std::chrono::steady_clock;
+
+// Milliseconds since start.
+inline long long ms_since(Clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
 
 // Small helpers around the C interface.
 inline char *mut(const std::string &s) { return const_cast<char *>(s.c_str()); }
