@@ -28,6 +28,16 @@ void close_all(kl_client *client) {
     }
 }
 
+// A setting of the client, changed under its lock.
+template <class Change>
+kl_return_t change_setting(kl_client *client, Change change) {
+  KL_REQUIRE_CLIENT(client);
+  CallScope lock(client);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  change();
+  return KL_SUCCESS;
+}
+
 }  // namespace
 
 kl_client *kl_client_create(kl_hash hash, kl_server_distribution distribution, kl_mm_t *mm,
@@ -93,37 +103,26 @@ kl_return_t kl_set_client_version(kl_client *client, kl_client_version version) 
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(version == CLIENT_VERSION_1 || version == CLIENT_VERSION_2 ||
              version == CLIENT_VERSION_AUTO);
-  CallScope lock(client);
-  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
-  client->version = version;
-  return KL_SUCCESS;
+  return change_setting(client, [&] { client->version = version; });
 }
 
 kl_return_t kl_client_connection_timeout(kl_client *client, unsigned int timeout_ms) {
-  KL_REQUIRE_CLIENT(client);
-  CallScope lock(client);
-  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   // Open connections take the new time-out on their next exchange.
-  client->connect_timeout_ms = timeout_ms ? timeout_ms : kDefaultConnectTimeoutMs;
-  return KL_SUCCESS;
+  return change_setting(client, [&] {
+    client->connect_timeout_ms = timeout_ms ? timeout_ms : kDefaultConnectTimeoutMs;
+  });
 }
 
 kl_return_t kl_client_reconnect_attempt_timeout(kl_client *client, unsigned int timeout_ms) {
-  KL_REQUIRE_CLIENT(client);
-  CallScope lock(client);
-  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
-  client->reconnect_timeout_ms = timeout_ms;
-  return KL_SUCCESS;
+  return change_setting(client, [&] { client->reconnect_timeout_ms = timeout_ms; });
 }
 
 kl_return_t kl_client_max_reply_size(kl_client *client, size_t bytes) {
-  KL_REQUIRE_CLIENT(client);
-  CallScope lock(client);
-  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
-  client->max_reply_bytes = bytes ? bytes : kDefaultMaxReplyBytes;
-  for (auto &group : client->groups)
-    for (auto &server : group->servers) server->budget.limit = client->max_reply_bytes;
-  return KL_SUCCESS;
+  return change_setting(client, [&] {
+    client->max_reply_bytes = bytes ? bytes : kDefaultMaxReplyBytes;
+    for (auto &group : client->groups)
+      for (auto &server : group->servers) server->budget.limit = client->max_reply_bytes;
+  });
 }
 
 // Read without taking the lock or starting a call: that would clear them.
@@ -165,19 +164,11 @@ kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char
 }
 
 kl_return_t kl_enable_syslog(kl_client *client, unsigned int levels) {
-  KL_REQUIRE_CLIENT(client);
-  CallScope lock(client);
-  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
-  client->log_levels = levels;
-  return KL_SUCCESS;
+  return change_setting(client, [&] { client->log_levels = levels; });
 }
 
 kl_return_t kl_disable_log(kl_client *client) {
-  KL_REQUIRE_CLIENT(client);
-  CallScope lock(client);
-  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
-  client->log_levels = 0;
-  return KL_SUCCESS;
+  return change_setting(client, [&] { client->log_levels = 0; });
 }
 
 char const *kl_get_version(void) {
