@@ -225,6 +225,8 @@ kl_return_t kl_hgetall(kl_client *client, char *key, size_t key_len, size_t *cou
                   [&](const redisReply *r, bool fill) {
                     if (kl_return_t e = expect_type(r, REDIS_REPLY_ARRAY)) return e;
                     if (r->elements == 0) return KL_NOTFOUND;
+                    // Field/value pairs: an odd count would leave a field without its value.
+                    if (r->elements % 2 != 0) return KL_WRONG_REPLY;
                     if (!fill) return KL_SUCCESS;
                     auto names = elements_of(r, 0, 2);
                     auto found = elements_of(r, 1, 2);

@@ -282,6 +282,9 @@ kl_return_t kl_smembers_whole(kl_client *client, char const *key, size_t key_len
     if (kl_return_t e = expect_type(r, REDIS_REPLY_ARRAY)) return e;
     auto parts = elements_of(r);
     if (parts.size() != 2) return KL_WRONG_REPLY;
+    // The values are read by the members' indexes: one each, or the reply is not the script's.
+    if (parts[0]->type == REDIS_REPLY_ARRAY && elements_of(parts[1]).size() != parts[0]->elements)
+      return KL_WRONG_REPLY;
     if (kl_return_t e = reply_array(client, parts[0], fill, members, count, member_lens)) return e;
     if (!fill) return KL_SUCCESS;
     auto found = elements_of(parts[1]);

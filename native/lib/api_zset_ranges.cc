@@ -25,8 +25,12 @@ struct RangeCells {
 kl_return_t put_range(const kl_client *client, const redisReply *range, const redisReply *values,
                       bool with_scores, bool fill, const RangeCells &out) {
   if (kl_return_t e = expect_type(range, REDIS_REPLY_ARRAY)) return e;
+  // Member/score pairs, and one value per member: anything else would leave
+  // the caller's arrays of unequal lengths.
+  if (with_scores && range->elements % 2 != 0) return KL_WRONG_REPLY;
   auto names = elements_of(range, 0, with_scores ? 2 : 1);
   if (names.empty()) return KL_NOTFOUND;
+  if (values && elements_of(values).size() != names.size()) return KL_WRONG_REPLY;
   std::vector<double> scores;
   if (with_scores) {
     for (const redisReply *s : elements_of(range, 1, 2)) {

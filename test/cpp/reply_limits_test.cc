@@ -165,3 +165,37 @@ TEST(CallBound, SignalsDuringAReadDoNotRestartTheWait) {
 }
 
 }  // namespace
+
+namespace {
+
+// Replies whose element counts do not fit the command are refused whole, so
+// the caller never gets arrays of unequal lengths to read past.
+TEST(ReplyShapes, AnOddFieldValueArrayIsAWrongReply) {
+  ScriptedServer server({"*3\r\n$1\r\na\r\n$1\r\nb\r\n$1\r\nc\r\n"});
+  kl_client *c = client_of(server, 2000);
+  size_t count = 0;
+  char **fields = nullptr, **values = nullptr;
+  size_t *field_lens = nullptr, *value_lens = nullptr;
+  EXPECT_EQ(kl_hgetall(c, mut("h"), 1, &count, &fields, &field_lens, &values, &value_lens), KL_WRONG_REPLY);
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(fields, nullptr);
+  EXPECT_EQ(values, nullptr);
+  kl_client_destroy(c);
+}
+
+TEST(ReplyShapes, AnOddMemberScoreArrayIsAWrongReply) {
+  ScriptedServer server({"*3\r\n$1\r\na\r\n$1\r\n1\r\n$1\r\nb\r\n"});
+  kl_client *c = client_of(server, 2000);
+  size_t count = 0;
+  char **members = nullptr;
+  size_t *lens = nullptr;
+  double *scores = nullptr;
+  EXPECT_EQ(kl_zrange_whole(c, mut("z"), 1, 0, -1, &members, &count, &lens, nullptr, 0,
+                            ZSET_WITH_SCORES, &scores, nullptr, nullptr),
+            KL_WRONG_REPLY);
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(members, nullptr);
+  kl_client_destroy(c);
+}
+
+}  // namespace
