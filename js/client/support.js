@@ -105,6 +105,10 @@ function integer(value, what, command) {
   if (typeof value !== 'number' || !Number.isInteger(value)) {
     throw new TypeError(`keyloom ${command}: ${what} must be an integer`);
   }
+  // The library takes a 32-bit int here: a wider value is refused, never cut.
+  if (value < -2147483648 || value > 2147483647) {
+    throw new RangeError(`keyloom ${command}: ${what} must be between -2147483648 and 2147483647`);
+  }
   return value;
 }
 

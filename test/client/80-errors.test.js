@@ -92,6 +92,19 @@ test('a server that is down gives KL_SERVER_DOWN or KL_CONNECTION_FAILURE', asyn
     ['KL_SERVER_DOWN', 'KL_CONNECTION_FAILURE', 'KL_ALL_GROUP_SERVERS_DOWN'].includes(e.codeName));
 });
 
+test('integers wider than 32 bits are refused with RangeError, nothing is cut or sent', () => {
+  db.set('n', '5');
+  assert.throws(() => db.incrby('n', 4294967295), RangeError);
+  assert.equal(db.get('n'), '5');
+  db.rpush('l', 'a');
+  db.rpush('l', 'b');
+  assert.throws(() => db.lset('l', 2 ** 53 - 1, 'x'), RangeError);
+  assert.deepEqual(db.lrange('l'), ['a', 'b']);
+  db.zadd('z', 1, 'm');
+  assert.throws(() => db.zremrangebyrank('z', 2 ** 32, -1), RangeError);
+  assert.equal(db.zcard('z'), 1);
+});
+
 test('arguments of the wrong kind throw TypeError before anything is sent', () => {
   assert.throws(() => db.set({}, 'v'), TypeError);
   assert.throws(() => db.set('k', null), TypeError);
