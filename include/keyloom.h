@@ -223,6 +223,27 @@ enum { KL_FAILURE_NONE = 0, KL_FAILURE_CONNECTION = 1, KL_FAILURE_SERVER_REPLY =
 int kl_last_failure_kind(kl_client *client);
 const char *kl_last_failure_server(kl_client *client);
 const char *kl_last_failure_text(kl_client *client);
+/* The pipeline: a thread of the client's own that runs library calls handed
+   to it, many at a time. A call that waits for its replies steps aside for
+   the next, so the commands of every call of one round reach each server in
+   one write and their replies are read in one pass; each call keeps its own
+   group policy, time budget and failure record (kl_last_failure_*, read
+   inside the job). While a pipeline runs, other threads use the client only
+   when it was made with KL_FLAG_SHARED: every round holds the client's lock. */
+typedef struct kl_pipeline kl_pipeline;
+typedef struct kl_job {
+  void (*run)(void *data); /* called once, on the pipeline's thread */
+  void *data;
+  unsigned int timeout_ms; /* the call's time budget; 0: the client's own */
+} kl_job;
+/* Starts client's pipeline; NULL when its thread could not be made. */
+kl_pipeline *kl_pipeline_start(kl_client *client);
+/* Hands n jobs over (the records are copied); they start in the order given.
+   Safe from any thread. */
+kl_return_t kl_pipeline_submit(kl_pipeline *pipeline, const kl_job *jobs, size_t n);
+/* Runs every job handed over so far, then ends the thread and frees the
+   pipeline. Not from one of its own jobs. */
+void kl_pipeline_stop(kl_pipeline *pipeline);
 /* Adds host:port (port 1..65535) to a group (NULL or "" means the group
    "default"); the same server twice in one group: KL_ALREADY_EXISTS. */
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group);

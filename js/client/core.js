@@ -21,31 +21,67 @@ const $many = Symbol('keyloom.many');
 const $integer = Symbol('keyloom.integer');
 // True when some group spreads its keys over more than one server.
 const $sharded = Symbol('keyloom.sharded');
+// The failure the last library call met: { server, cause } or { server, serverMessage } or {}.
+const $failure = Symbol('keyloom.failure');
+const $destroy = Symbol('keyloom.destroy');
+const $onDirty = Symbol('keyloom.onDirty');
+
+// A command is a generator: each library call it makes is
+//   const rc = yield request(kl.kl_get_whole, this[$handle], ...)
+// and the client's driver makes the call: at once on this thread (the
+// synchronous client) or through the client's pipeline (the promise client),
+// resuming the command with the call's code either way.
+const request = (fn, ...args) => ({ fn, args });
+
+/** Runs a command to its end, each library call made as it comes. */
+function runNow(command) {
+  let step = command.next();
+  while (!step.done) {
+    const { fn, args } = step.value;
+    let rc;
+    try {
+      rc = fn(...args);
+    } catch (err) {
+      step = command.throw(err);
+      continue;
+    }
+    step = command.next(rc);
+  }
+  return step.value;
+}
 
 // A client is destroyed by close(), by its finaliser, or, in a worker thread that
 // ends first, by the thread's cleanup (keyloom_client.node).
 const clients = new FinalizationRegistry((handle) => own.client_destroy(handle));
 
+const FAILURE_CONNECTION = 1;
+const FAILURE_SERVER_REPLY = 2;
+
+/** A failure's kind, server and text as KeyloomError's fields. */
+function failureFields(kind, server, text) {
+  switch (kind) {
+    case FAILURE_CONNECTION: return { server, cause: text };
+    case FAILURE_SERVER_REPLY: return { server, serverMessage: text };
+    default: return {};
+  }
+}
+
 // What the library knows of the last call's failure: the server and the cause,
 // or the server's own error reply.
 function failureOf(handle) {
   if (handle === null) return {};
-  switch (own.kl_last_failure_kind(handle)) {
-    case FAILURE_CONNECTION:
-      return { server: own.kl_last_failure_server(handle), cause: own.kl_last_failure_text(handle) };
-    case FAILURE_SERVER_REPLY:
-      return { server: own.kl_last_failure_server(handle), serverMessage: own.kl_last_failure_text(handle) };
-    default:
-      return {};
-  }
+  const kind = own.kl_last_failure_kind(handle);
+  if (kind === 0) return {};
+  return failureFields(kind, own.kl_last_failure_server(handle), own.kl_last_failure_text(handle));
 }
-const FAILURE_CONNECTION = 1;
-const FAILURE_SERVER_REPLY = 2;
 
 // On the handle given out: the client it belongs to, kept alive by it.
 const $owner = Symbol('keyloom.owner');
 
-class KeyloomClient {
+// What both clients share: the library's client, the code checks and the
+// answer shapes. KeyloomClient (here) runs commands at once; the promise
+// client (promises.js) through the client's pipeline.
+class ClientCore {
   #h;
   #onDirty;
   #alias; // the handle given out: another proxy of #h, which the finaliser does not hold
@@ -85,8 +121,13 @@ class KeyloomClient {
   [$check](rc, command, key) {
     if (rc === 0) return;
     const r = resultOf(rc);
-    if (r !== 0) throw new KeyloomError(r, { command, key, ...failureOf(this.#h) });
+    if (r !== 0) throw new KeyloomError(r, { command, key, ...this[$failure]() });
     if (this.#onDirty) this.#onDirty({ command, key, code: rc });
+  }
+
+  // What the last library call met, for its KeyloomError.
+  [$failure]() {
+    return failureOf(this.#h);
   }
 
   // A command whose only answer is its code: true on success; `soft` codes give false.
@@ -97,11 +138,14 @@ class KeyloomClient {
     return true;
   }
 
+  // The answer shapes below are generators (yield* them); `call` makes the
+  // library call's request given the answer's cells.
+
   // A read of one value through a char ** and a size_t * cell.
-  [$one](command, key, asBuffer, call) {
-    return scoped((s) => {
+  * [$one](command, key, asBuffer, call) {
+    return yield* scoped(this, function* one(s) {
       const o = s.value();
-      const rc = call(o.v, o.n);
+      const rc = yield call(o.v, o.n);
       if (resultOf(rc) === NOTFOUND) return null;
       this[$check](rc, command, key);
       return decode(kl.charpp_value_raw(o.v, o.n), asBuffer);
@@ -109,11 +153,11 @@ class KeyloomClient {
   }
 
   // A read of several values through a count cell, a char *** and a size_t ** cell.
-  [$many](command, key, asBuffer, call, okCodes) {
-    return scoped((s) => {
+  * [$many](command, key, asBuffer, call, okCodes) {
+    return yield* scoped(this, function* many(s) {
       const count = s.count();
       const o = s.strings(count);
-      const rc = call(o.arr, count, o.lens);
+      const rc = yield call(o.arr, count, o.lens);
       const r = resultOf(rc);
       if (r === NOTFOUND) return [];
       if (!(okCodes && okCodes.includes(r))) this[$check](rc, command, key);
@@ -122,18 +166,18 @@ class KeyloomClient {
   }
 
   // A read of an integer through an int * or unsigned int * cell.
-  [$integer](command, key, unsigned, call, missing = 0) {
-    return scoped((s) => {
+  * [$integer](command, key, unsigned, call, missing = 0) {
+    return yield* scoped(this, function* integer(s) {
       const cell = unsigned ? s.uint() : s.int();
-      const rc = call(cell);
+      const rc = yield call(cell);
       if (resultOf(rc) === NOTFOUND) return missing;
       this[$check](rc, command, key);
       return unsigned ? kl.uintp_value(cell) >>> 0 : kl.intp_value(cell);
     });
   }
 
-  /** Closes the connections and frees the client; later calls throw KL_INVALID_CLIENT. */
-  close() {
+  // Closes the connections and frees the library's client.
+  [$destroy]() {
     if (this.#h === null) return;
     const h = this.#h;
     this.#h = null;
@@ -141,11 +185,22 @@ class KeyloomClient {
     own.client_destroy(h);
   }
 
+  get [$onDirty]() {
+    return this.#onDirty;
+  }
+}
+
+class KeyloomClient extends ClientCore {
+  /** Closes the connections and frees the client; later calls throw KL_INVALID_CLIENT. */
+  close() {
+    this[$destroy]();
+  }
+
   /** A new client with the same settings and servers and its own connections. */
   duplicate() {
     const h = kl.kl_group_client(this[$handle]);
     if (h === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command: 'duplicate' });
-    return new KeyloomClient(h, this.#onDirty, this[$sharded]);
+    return new KeyloomClient(h, this[$onDirty], this[$sharded]);
   }
 }
 
@@ -154,5 +209,6 @@ if (typeof Symbol.dispose === 'symbol') {
 }
 
 module.exports = {
-  KeyloomClient, NOTFOUND, resultOf, $handle, $check, $status, $one, $many, $integer, $sharded,
+  ClientCore, KeyloomClient, NOTFOUND, resultOf, request, runNow, failureFields,
+  $handle, $check, $status, $one, $many, $integer, $sharded, $failure, $destroy, $onDirty,
 };

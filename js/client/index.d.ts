@@ -116,6 +116,153 @@ export declare class KeyloomError extends Error {
   private constructor(code: number, details?: { command?: string; key?: unknown; message?: string });
 }
 
+/**
+ * The commands, declared once for both clients: M is 'sync' for keyloom/client (answers as
+ * they are) and 'promise' for keyloom/promises (each answer a Promise, and the per-call
+ * options of CallOptions beside a method's own).
+ */
+export type Mode = 'sync' | 'promise';
+export type Out<M extends Mode, T> = M extends 'promise' ? Promise<T> : T;
+export type Opt<M extends Mode, T> = M extends 'promise' ? T & CallOptions : T;
+/** Options of every command of the promise client. */
+export interface CallOptions {
+  /** Rejects the command's Promise with an AbortError when the signal aborts. */
+  signal?: AbortSignal;
+  /** The command's own time budget in milliseconds (default: the client's). */
+  timeoutMs?: number;
+}
+
+export interface Commands<M extends Mode> {
+  /** AUTH for the default user, remembered for reconnects. */
+  auth(password: string): Out<M, true>;
+  /** AUTH as an ACL user, remembered for reconnects. */
+  auth(username: string, password: string): Out<M, true>;
+  /**
+   * Closes the connections only (QUIT): the client stays usable, and the next command opens
+   * them again (AUTH and SELECT replayed). For a pause in traffic; close() ends the client.
+   */
+  quit(): Out<M, true>;
+  select(db: number): Out<M, true>;
+
+  // strings and keys
+  get<O extends RouteOption & BufferOption>(key: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  getBuffer(key: Text, options?: Opt<M, RouteOption>): Out<M, Buffer | null>;
+  set(key: Text, value: Text, options?: Opt<M, SetOptions>): Out<M, boolean>;
+  setnx(key: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, boolean>;
+  setifx(key: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, boolean>;
+  append(key: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, true>;
+  getset<O extends RouteOption & BufferOption>(key: Text, value: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  mget<O extends MultiOptions>(keys: Text[], options?: Opt<M, O>): Out<M, Array<Value<O> | null>>;
+  mset(entries: Entries, options?: Opt<M, TtlOption>): Out<M, true>;
+  del(keys: Text | Text[]): Out<M, number>;
+  exists(key: Text): Out<M, boolean>;
+  incr(key: Text, options?: Opt<M, TtlOption>): Out<M, number>;
+  incrby(key: Text, by: number, options?: Opt<M, TtlOption>): Out<M, number>;
+  decr(key: Text, options?: Opt<M, TtlOption>): Out<M, number>;
+  decrby(key: Text, by: number, options?: Opt<M, TtlOption>): Out<M, number>;
+  expire(key: Text, seconds: number): Out<M, boolean>;
+  persist(key: Text): Out<M, boolean>;
+  /** Seconds to live, -1 without a TTL, null for a missing key. */
+  ttl(key: Text): Out<M, number | null>;
+  type(key: Text): Out<M, 'string' | 'list' | 'set' | 'zset' | 'hash' | 'none' | string>;
+  rename(key: Text, newKey: Text): Out<M, true>;
+  renamenx(key: Text, newKey: Text): Out<M, boolean>;
+  keys(pattern?: Text, options?: Opt<M, GroupOption>): Out<M, string[]>;
+  keys(pattern: Text, options: Opt<M, GroupOption & { buffer: true }>): Out<M, Buffer[]>;
+  randomkey(): Out<M, string | null>;
+  move(key: Text, db: number): Out<M, boolean>;
+  dbsize(options?: Opt<M, GroupOption>): Out<M, number>;
+  flushdb(options?: Opt<M, GroupOption>): Out<M, true>;
+  flushall(options?: Opt<M, GroupOption>): Out<M, true>;
+  save(options?: Opt<M, GroupOption>): Out<M, true>;
+  bgsave(options?: Opt<M, GroupOption>): Out<M, true>;
+  /** INFO text of every server addressed. */
+  info(options?: Opt<M, GroupOption>): Out<M, string[]>;
+  configGet(parameter: string, options?: Opt<M, GroupOption & { server?: string }>): Out<M, Record<string, string | null>>;
+  configSet(parameter: string, value: Text, options?: Opt<M, GroupOption & { server?: string }>): Out<M, true>;
+  sort(key: Text, options: Opt<M, SortOptions & { store: Text }>): Out<M, number>;
+  sort<O extends SortOptions>(key: Text, options?: Opt<M, O>): Out<M, Array<Value<O> | null>>;
+  /** Copies key from the first group holding it to the groups lacking it: the number repaired. */
+  repair(key: Text, options?: Opt<M, { ttl?: number; keepTtl?: boolean; commit?: boolean }>): Out<M, number>;
+
+  // lists
+  lpush(key: Text, values: Text | Text[], options?: Opt<M, TtlOption>): Out<M, true>;
+  rpush(key: Text, values: Text | Text[], options?: Opt<M, TtlOption>): Out<M, true>;
+  lrange<O extends RouteOption & BufferOption>(key: Text, start?: number, stop?: number, options?: Opt<M, O>): Out<M, Array<Value<O> | null>>;
+  lindex<O extends RouteOption & BufferOption>(key: Text, index: number, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  lset(key: Text, index: number, value: Text, options?: Opt<M, TtlOption>): Out<M, true>;
+  lrem(key: Text, count: number, value: Text): Out<M, number>;
+  lpop<O extends RouteOption & BufferOption>(key: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  rpop<O extends RouteOption & BufferOption>(key: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  llen(key: Text): Out<M, number>;
+  ltrim(key: Text, start: number, stop: number): Out<M, true>;
+
+  // sets
+  sadd(key: Text, members: Text | Text[], options?: Opt<M, TtlOption>): Out<M, true>;
+  saddval(key: Text, member: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, true>;
+  srem(key: Text, member: Text): Out<M, boolean>;
+  srem(key: Text, members: Text[]): Out<M, number>;
+  smembers<O extends RouteOption & BufferOption>(key: Text, options?: Opt<M, O & { withValues?: false }>): Out<M, Array<Value<O>>>;
+  smembers<O extends RouteOption & BufferOption>(key: Text, options: Opt<M, O & { withValues: true }>):
+    Out<M, Array<{ member: Value<O>; value: Value<O> | null }>>;
+  sismember(key: Text, member: Text): Out<M, boolean>;
+  sismemberval(key: Text, member: Text): Out<M, 'value' | 'empty' | 'not-member' | 'no-set'>;
+  sval<O extends RouteOption & BufferOption>(key: Text, member: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  svalfromip<O extends BufferOption>(key: Text, ip: string, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  scard(key: Text): Out<M, number>;
+  spop<O extends RouteOption & BufferOption>(key: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  sunion<O extends MultiOptions>(keys: Text[], options?: Opt<M, O>): Out<M, Array<Value<O>>>;
+  sunionstore(destination: Text, keys: Text[], options?: Opt<M, TtlOption & { bestEffort?: boolean }>): Out<M, true>;
+
+  // sorted sets
+  zadd(key: Text, score: number, member: Text, options?: Opt<M, TtlOption>): Out<M, true>;
+  zadd(key: Text, entries: ZEntry[], options?: Opt<M, TtlOption>): Out<M, true>;
+  zaddval(key: Text, score: number, member: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, true>;
+  /** false when the member's score was not lower than score (nothing changed). */
+  zaddvalmax(key: Text, score: number, member: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, boolean>;
+  zaddmaxinc(key: Text, n: number, options?: Opt<M, TtlOption>): Out<M, true>;
+  zadddis<O extends BufferOption & TtlOption>(key: Text, score: number, member: Text, distance: number, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  zrem(key: Text, member: Text): Out<M, boolean>;
+  zrem(key: Text, members: Text[]): Out<M, number>;
+  zrange<O extends RangeOptions>(key: Text, start?: number, stop?: number, options?: Opt<M, O>):
+    Out<M, O extends { withScores: true } | { withValues: true } ? Array<ScoredMember<Value<O>>> : Array<Value<O>>>;
+  zrangebyscore<O extends RangeOptions>(key: Text, min?: number, max?: number, options?: Opt<M, O>):
+    Out<M, O extends { withScores: true } | { withValues: true } ? Array<ScoredMember<Value<O>>> : Array<Value<O>>>;
+  zscore(key: Text, member: Text): Out<M, number | null>;
+  zscore<O extends BufferOption>(key: Text, member: Text, options: Opt<M, O & { withValue: true }>):
+    Out<M, { score: number; value: Value<O> | null } | null>;
+  zrank(key: Text, member: Text, options?: Opt<M, { reverse?: boolean }>): Out<M, number | null>;
+  zcard(key: Text): Out<M, number>;
+  zcount(key: Text, min?: number, max?: number): Out<M, number>;
+  zincrby(key: Text, increment: number, member: Text, options?: Opt<M, TtlOption>): Out<M, number>;
+  zremrangebyscore(key: Text, min: number, max: number): Out<M, number>;
+  zremrangebyrank(key: Text, start: number, stop: number): Out<M, number>;
+
+  // hashes
+  hset(key: Text, field: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, true>;
+  hsetnx(key: Text, field: Text, value: Text, options?: Opt<M, TtlOption>): Out<M, boolean>;
+  hget<O extends RouteOption & BufferOption>(key: Text, field: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  hmset(key: Text, fields: Entries, options?: Opt<M, TtlOption>): Out<M, true>;
+  hmget<O extends RouteOption & BufferOption>(key: Text, fields: Text[], options?: Opt<M, O>): Out<M, Array<Value<O> | null>>;
+  mhmget<O extends RouteOption & BufferOption>(keys: Text[], fields: Text[], options?: Opt<M, O>): Out<M, Array<Array<Value<O> | null>>>;
+  hgetall<O extends BufferOption>(key: Text, options?: Opt<M, O>): Out<M, Record<string, Value<O> | null>>;
+  hdel(key: Text, field: Text): Out<M, boolean>;
+  hdel(key: Text, fields: Text[]): Out<M, number>;
+  hexists(key: Text, field: Text): Out<M, boolean>;
+  hlen(key: Text): Out<M, number>;
+  hincrby(key: Text, field: Text, by: number, options?: Opt<M, TtlOption>): Out<M, number>;
+
+  // dictionaries
+  dadd(key: Text, word: Text, value: Text, options?: Opt<M, TtlOption & { weight?: number }>): Out<M, true>;
+  dmadd(key: Text, entries: Entries, options?: Opt<M, TtlOption & { weight?: number }>): Out<M, number>;
+  dget<O extends RouteOption & BufferOption>(key: Text, word: Text, options?: Opt<M, O>): Out<M, Value<O> | null>;
+  drem(key: Text, word: Text): Out<M, boolean>;
+  dclose<O extends RouteOption & BufferOption>(key: Text, prefix: Text, options?: Opt<M, O>): Out<M, Array<WordEntry<Value<O>>>>;
+  dgetall<O extends RouteOption & BufferOption>(key: Text, options?: Opt<M, O>): Out<M, Array<WordEntry<Value<O>>>>;
+
+}
+
+export interface KeyloomClient extends Commands<'sync'> {}
 export declare class KeyloomClient {
   private constructor();
   /** The exact layer's kl_client proxy, for calls this client does not wrap; it keeps the client alive, and is valid until close(). */
@@ -128,133 +275,7 @@ export declare class KeyloomClient {
   close(): void;
   /** A new client with the same settings and servers and its own connections. */
   duplicate(): KeyloomClient;
-  /** AUTH for the default user, remembered for reconnects. */
-  auth(password: string): true;
-  /** AUTH as an ACL user, remembered for reconnects. */
-  auth(username: string, password: string): true;
-  /**
-   * Closes the connections only (QUIT): the client stays usable, and the next command opens
-   * them again (AUTH and SELECT replayed). For a pause in traffic; close() ends the client.
-   */
-  quit(): true;
-  select(db: number): true;
-
-  // strings and keys
-  get<O extends RouteOption & BufferOption>(key: Text, options?: O): Value<O> | null;
-  getBuffer(key: Text, options?: RouteOption): Buffer | null;
-  set(key: Text, value: Text, options?: SetOptions): boolean;
-  setnx(key: Text, value: Text, options?: TtlOption): boolean;
-  setifx(key: Text, value: Text, options?: TtlOption): boolean;
-  append(key: Text, value: Text, options?: TtlOption): true;
-  getset<O extends RouteOption & BufferOption>(key: Text, value: Text, options?: O): Value<O> | null;
-  mget<O extends MultiOptions>(keys: Text[], options?: O): Array<Value<O> | null>;
-  mset(entries: Entries, options?: TtlOption): true;
-  del(keys: Text | Text[]): number;
-  exists(key: Text): boolean;
-  incr(key: Text, options?: TtlOption): number;
-  incrby(key: Text, by: number, options?: TtlOption): number;
-  decr(key: Text, options?: TtlOption): number;
-  decrby(key: Text, by: number, options?: TtlOption): number;
-  expire(key: Text, seconds: number): boolean;
-  persist(key: Text): boolean;
-  /** Seconds to live, -1 without a TTL, null for a missing key. */
-  ttl(key: Text): number | null;
-  type(key: Text): 'string' | 'list' | 'set' | 'zset' | 'hash' | 'none' | string;
-  rename(key: Text, newKey: Text): true;
-  renamenx(key: Text, newKey: Text): boolean;
-  keys(pattern?: Text, options?: GroupOption): string[];
-  keys(pattern: Text, options: GroupOption & { buffer: true }): Buffer[];
-  randomkey(): string | null;
-  move(key: Text, db: number): boolean;
-  dbsize(options?: GroupOption): number;
-  flushdb(options?: GroupOption): true;
-  flushall(options?: GroupOption): true;
-  save(options?: GroupOption): true;
-  bgsave(options?: GroupOption): true;
-  /** INFO text of every server addressed. */
-  info(options?: GroupOption): string[];
-  configGet(parameter: string, options?: GroupOption & { server?: string }): Record<string, string | null>;
-  configSet(parameter: string, value: Text, options?: GroupOption & { server?: string }): true;
-  sort(key: Text, options: SortOptions & { store: Text }): number;
-  sort<O extends SortOptions>(key: Text, options?: O): Array<Value<O> | null>;
-  /** Copies key from the first group holding it to the groups lacking it: the number repaired. */
-  repair(key: Text, options?: { ttl?: number; keepTtl?: boolean; commit?: boolean }): number;
-
-  // lists
-  lpush(key: Text, values: Text | Text[], options?: TtlOption): true;
-  rpush(key: Text, values: Text | Text[], options?: TtlOption): true;
-  lrange<O extends RouteOption & BufferOption>(key: Text, start?: number, stop?: number, options?: O): Array<Value<O> | null>;
-  lindex<O extends RouteOption & BufferOption>(key: Text, index: number, options?: O): Value<O> | null;
-  lset(key: Text, index: number, value: Text, options?: TtlOption): true;
-  lrem(key: Text, count: number, value: Text): number;
-  lpop<O extends RouteOption & BufferOption>(key: Text, options?: O): Value<O> | null;
-  rpop<O extends RouteOption & BufferOption>(key: Text, options?: O): Value<O> | null;
-  llen(key: Text): number;
-  ltrim(key: Text, start: number, stop: number): true;
-
-  // sets
-  sadd(key: Text, members: Text | Text[], options?: TtlOption): true;
-  saddval(key: Text, member: Text, value: Text, options?: TtlOption): true;
-  srem(key: Text, member: Text): boolean;
-  srem(key: Text, members: Text[]): number;
-  smembers<O extends RouteOption & BufferOption>(key: Text, options?: O & { withValues?: false }): Array<Value<O>>;
-  smembers<O extends RouteOption & BufferOption>(key: Text, options: O & { withValues: true }):
-    Array<{ member: Value<O>; value: Value<O> | null }>;
-  sismember(key: Text, member: Text): boolean;
-  sismemberval(key: Text, member: Text): 'value' | 'empty' | 'not-member' | 'no-set';
-  sval<O extends RouteOption & BufferOption>(key: Text, member: Text, options?: O): Value<O> | null;
-  svalfromip<O extends BufferOption>(key: Text, ip: string, options?: O): Value<O> | null;
-  scard(key: Text): number;
-  spop<O extends RouteOption & BufferOption>(key: Text, options?: O): Value<O> | null;
-  sunion<O extends MultiOptions>(keys: Text[], options?: O): Array<Value<O>>;
-  sunionstore(destination: Text, keys: Text[], options?: TtlOption & { bestEffort?: boolean }): true;
-
-  // sorted sets
-  zadd(key: Text, score: number, member: Text, options?: TtlOption): true;
-  zadd(key: Text, entries: ZEntry[], options?: TtlOption): true;
-  zaddval(key: Text, score: number, member: Text, value: Text, options?: TtlOption): true;
-  /** false when the member's score was not lower than score (nothing changed). */
-  zaddvalmax(key: Text, score: number, member: Text, value: Text, options?: TtlOption): boolean;
-  zaddmaxinc(key: Text, n: number, options?: TtlOption): true;
-  zadddis<O extends BufferOption & TtlOption>(key: Text, score: number, member: Text, distance: number, options?: O): Value<O> | null;
-  zrem(key: Text, member: Text): boolean;
-  zrem(key: Text, members: Text[]): number;
-  zrange<O extends RangeOptions>(key: Text, start?: number, stop?: number, options?: O):
-    O extends { withScores: true } | { withValues: true } ? Array<ScoredMember<Value<O>>> : Array<Value<O>>;
-  zrangebyscore<O extends RangeOptions>(key: Text, min?: number, max?: number, options?: O):
-    O extends { withScores: true } | { withValues: true } ? Array<ScoredMember<Value<O>>> : Array<Value<O>>;
-  zscore(key: Text, member: Text): number | null;
-  zscore<O extends BufferOption>(key: Text, member: Text, options: O & { withValue: true }):
-    { score: number; value: Value<O> | null } | null;
-  zrank(key: Text, member: Text, options?: { reverse?: boolean }): number | null;
-  zcard(key: Text): number;
-  zcount(key: Text, min?: number, max?: number): number;
-  zincrby(key: Text, increment: number, member: Text, options?: TtlOption): number;
-  zremrangebyscore(key: Text, min: number, max: number): number;
-  zremrangebyrank(key: Text, start: number, stop: number): number;
-
-  // hashes
-  hset(key: Text, field: Text, value: Text, options?: TtlOption): true;
-  hsetnx(key: Text, field: Text, value: Text, options?: TtlOption): boolean;
-  hget<O extends RouteOption & BufferOption>(key: Text, field: Text, options?: O): Value<O> | null;
-  hmset(key: Text, fields: Entries, options?: TtlOption): true;
-  hmget<O extends RouteOption & BufferOption>(key: Text, fields: Text[], options?: O): Array<Value<O> | null>;
-  mhmget<O extends RouteOption & BufferOption>(keys: Text[], fields: Text[], options?: O): Array<Array<Value<O> | null>>;
-  hgetall<O extends BufferOption>(key: Text, options?: O): Record<string, Value<O> | null>;
-  hdel(key: Text, field: Text): boolean;
-  hdel(key: Text, fields: Text[]): number;
-  hexists(key: Text, field: Text): boolean;
-  hlen(key: Text): number;
-  hincrby(key: Text, field: Text, by: number, options?: TtlOption): number;
-
-  // dictionaries
-  dadd(key: Text, word: Text, value: Text, options?: TtlOption & { weight?: number }): true;
-  dmadd(key: Text, entries: Entries, options?: TtlOption & { weight?: number }): number;
-  dget<O extends RouteOption & BufferOption>(key: Text, word: Text, options?: O): Value<O> | null;
-  drem(key: Text, word: Text): boolean;
-  dclose<O extends RouteOption & BufferOption>(key: Text, prefix: Text, options?: O): Array<WordEntry<Value<O>>>;
-  dgetall<O extends RouteOption & BufferOption>(key: Text, options?: O): Array<WordEntry<Value<O>>>;
-
+  // The commands: Commands<'sync'> (above).
   [Symbol.dispose](): void;
 }
 

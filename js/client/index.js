@@ -3,29 +3,30 @@
 // strings and Buffers in, strings (or Buffers on request) and plain values out,
 // KeyloomError on failure, and no cell, array or reply left behind on any path.
 //
-// Layout: core.js is the client object and the answer shapes every command
-// shares; table.js turns a simple command's one line into its method;
-// commands/ holds one file per family, whose methods are put on
-// KeyloomClient's prototype here; options.js is createClient; support.js the
-// conversions and the Scope that owns what a command allocates. Everything
-// goes through the exact layer (js/exact).
+// Layout: core.js is the client object, the answer shapes every command
+// shares and the way a command's library calls are made; table.js turns a
+// simple command's one line into its method; commands/ holds one file per
+// family, whose methods are put on KeyloomClient's prototype here (and on
+// the promise client's in promises.js); options.js is createClient;
+// support.js the conversions and the Scope that owns what a command
+// allocates. Everything goes through the exact layer (js/exact).
 const { kl, codes, KeyloomError } = require('./support.js');
-const { KeyloomClient } = require('./core.js');
+const { KeyloomClient, runNow } = require('./core.js');
 const { createClient } = require('./options.js');
-const { checked } = require('./arguments.js');
+const { commands } = require('./commands/index.js');
 
-const FAMILIES = ['connection', 'strings', 'keys', 'admin', 'lists', 'sets', 'sorted-sets', 'hashes', 'dictionaries'];
-
-for (const family of FAMILIES) {
-  const table = require(`./commands/${family}.js`);
-  for (const [name, method] of Object.entries(table)) {
-    if (Object.prototype.hasOwnProperty.call(KeyloomClient.prototype, name)) {
-      throw new Error(`keyloom: ${name} is defined twice (commands/${family}.js)`);
-    }
-    Object.defineProperty(KeyloomClient.prototype, name, {
-      value: checked(name, method), writable: true, enumerable: false, configurable: true,
-    });
+// Each command runs at once: its library calls are made on this thread.
+for (const [name, command] of commands) {
+  if (Object.prototype.hasOwnProperty.call(KeyloomClient.prototype, name)) {
+    throw new Error(`keyloom: ${name} is also a member of KeyloomClient`);
   }
+  const method = function run(...args) {
+    return runNow(command.apply(this, args));
+  };
+  Object.defineProperty(method, 'name', { value: name });
+  Object.defineProperty(KeyloomClient.prototype, name, {
+    value: method, writable: true, enumerable: false, configurable: true,
+  });
 }
 
 module.exports = {

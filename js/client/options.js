@@ -112,10 +112,10 @@ const INSTEAD = {
   tls: 'tls is not supported yet',
 };
 
-function checkOptions(options) {
+function checkOptions(options, extra) {
   for (const name of Object.keys(options)) {
-    if (OPTIONS.has(name)) continue;
-    throw new TypeError(`keyloom createClient: ${INSTEAD[name] ?? `unknown option '${name}' (known: ${[...OPTIONS].join(', ')})`}`);
+    if (OPTIONS.has(name) || extra.includes(name)) continue;
+    throw new TypeError(`keyloom createClient: ${INSTEAD[name] ?? `unknown option '${name}' (known: ${[...OPTIONS, ...extra].join(', ')})`}`);
   }
   const given = ['servers', 'groups', 'host', 'url', 'server'].filter((n) => options[n] !== undefined);
   if (given.length > 1 && !(given.length === 2 && given.includes('servers') && given.includes('groups'))) {
@@ -149,17 +149,27 @@ function whileSomeServersAreDown(step) {
   try {
     step();
   } catch (err) {
-    const down = err instanceof KeyloomError && err.code === codes.KL_PARTIAL_RESULT && err.serverMessage === undefined;
-    if (!down) throw err;
+    if (!isServersDown(err)) throw err;
   }
 }
 
-function createClient(options = {}) {
+/** True for the failure of a setup step that only some servers being down caused. */
+function isServersDown(err) {
+  return err instanceof KeyloomError && err.code === codes.KL_PARTIAL_RESULT && err.serverMessage === undefined;
+}
+
+/**
+ * The library's client for createClient's options, its servers added: what
+ * both clients make first. `shared` forces KL_FLAG_SHARED; `extra` names the
+ * options only the calling client reads. Returns { handle, options (with what
+ * URLs carry), sharded }.
+ */
+function prepareClient(options = {}, { shared = false, extra = [] } = {}) {
   if (typeof options === 'string' || Array.isArray(options)) options = { servers: options };
   if (options === null || typeof options !== 'object') {
     throw new TypeError("keyloom createClient: options are an object, a server string or an array of servers");
   }
-  checkOptions(options);
+  checkOptions(options, extra);
   const single = options.host !== undefined ? [{ host: options.host, port: options.port }]
     : options.url !== undefined ? [options.url] : options.server !== undefined ? [options.server] : undefined;
   const servers = single ?? (options.servers !== undefined ? serverList(options.servers)
@@ -167,7 +177,7 @@ function createClient(options = {}) {
   const groups = options.groups ?? {};
   const hash = choose(HASHES, options.hash ?? 'default', 'hash');
   const distribution = choose(DISTRIBUTIONS, options.distribution ?? 'consistent', 'distribution');
-  const flags = options.shared ? kl.KL_FLAG_SHARED : kl.KL_FLAG_NONE;
+  const flags = options.shared || shared ? kl.KL_FLAG_SHARED : kl.KL_FLAG_NONE;
   const members = [
     ...servers.map((s) => ['', s]),
     ...Object.entries(groups).flatMap(([name, list]) => serverList(list).map((s) => [name, s])),
@@ -208,13 +218,24 @@ function createClient(options = {}) {
   for (const [group, host, port] of addresses) fail(kl.kl_server_add(h, host, port, group), 'createClient');
   const perGroup = new Map();
   for (const [group] of addresses) perGroup.set(group, (perGroup.get(group) ?? 0) + 1);
-  const client = new KeyloomClient(h, options.onDirty, [...perGroup.values()].some((n) => n > 1));
+  return { handle: h, options, sharded: [...perGroup.values()].some((n) => n > 1) };
+}
+
+/** The credentials and database to give a new client: [command name, arguments] in order. */
+function setupCommands(options) {
+  const steps = [];
+  if (options.password !== undefined) {
+    steps.push(['auth', options.username !== undefined ? [options.username, options.password] : [options.password]]);
+  }
+  if (options.db !== undefined && options.db !== 0) steps.push(['select', [options.db]]);
+  return steps;
+}
+
+function createClient(options = {}) {
+  const prepared = prepareClient(options);
+  const client = new KeyloomClient(prepared.handle, prepared.options.onDirty, prepared.sharded);
   try {
-    if (options.password !== undefined) {
-      whileSomeServersAreDown(() => (options.username !== undefined
-        ? client.auth(options.username, options.password) : client.auth(options.password)));
-    }
-    if (options.db !== undefined && options.db !== 0) whileSomeServersAreDown(() => client.select(options.db));
+    for (const [name, args] of setupCommands(prepared.options)) whileSomeServersAreDown(() => client[name](...args));
   } catch (err) {
     client.close();
     throw err;
@@ -222,4 +243,4 @@ function createClient(options = {}) {
   return client;
 }
 
-module.exports = { createClient };
+module.exports = { createClient, prepareClient, setupCommands, isServersDown };

@@ -2,17 +2,17 @@
 // Commands that take one element or an array of elements and run the
 // library's one-element function for each in turn.
 const { kl, text, byteLength, seconds } = require('./support.js');
-const { $handle, $status, NOTFOUND } = require('./core.js');
+const { $handle, $status, NOTFOUND, request } = require('./core.js');
 
 /** (key, value | values, options): fnName(client, key, len, value, len, ttl) per value; true. */
 function eachValue(fnName, name) {
   const fn = kl[fnName];
-  return function addEach(key, values, options) {
+  return function* addEach(key, values, options) {
     const k = text(key, 'key', name);
     for (const value of Array.isArray(values) ? values : [values]) {
       const v = text(value, 'value', name);
       const ttl = seconds(options?.ttl, 'ttl', name);
-      this[$status](fn(this[$handle], k, byteLength(k), v, byteLength(v), ttl), name, key);
+      this[$status](yield request(fn, this[$handle], k, byteLength(k), v, byteLength(v), ttl), name, key);
     }
     return true;
   };
@@ -24,15 +24,16 @@ function eachValue(fnName, name) {
  */
 function removeEach(fnName, name) {
   const fn = kl[fnName];
-  return function remove(key, members) {
+  return function* remove(key, members) {
     const k = text(key, 'key', name);
-    const one = (member) => {
+    const self = this;
+    function* one(member) {
       const m = text(member, 'member', name);
-      return this[$status](fn(this[$handle], k, byteLength(k), m, byteLength(m)), name, key, [NOTFOUND]);
-    };
-    if (!Array.isArray(members)) return one(members);
+      return self[$status](yield request(fn, self[$handle], k, byteLength(k), m, byteLength(m)), name, key, [NOTFOUND]);
+    }
+    if (!Array.isArray(members)) return yield* one(members);
     let n = 0;
-    for (const m of members) if (one(m)) n++;
+    for (const m of members) if (yield* one(m)) n++;
     return n;
   };
 }

@@ -302,16 +302,17 @@ function releaseDoubles(cell) {
   kl.kl_free_php_reply_p(kl.doublepp_to_charpp(cell));
 }
 
-/** Runs fn with a fresh Scope and releases the scope whatever happens. */
-function scoped(fn) {
+/**
+ * Runs the generator function body (with `self` as this) with a fresh Scope,
+ * and releases the scope however it ends. Used with yield* inside a command.
+ */
+function* scoped(self, body) {
   const scope = new Scope();
-  let result;
   try {
-    result = fn(scope);
+    return yield* body.call(self, scope);
   } finally {
     scope.close();
   }
-  return result;
 }
 
 /** Element i of a multi-value reply, as a string or Buffer (null for a missing one). */

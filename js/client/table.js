@@ -11,7 +11,7 @@
 // are not errors, and what the method returns.
 const { kl, text, byteLength, seconds, integer, number } = require('./support.js');
 const { libraryFunction } = require('./native.js');
-const { $handle, $status, $one, $many, $integer, $check } = require('./core.js');
+const { $handle, $status, $one, $many, $integer, $check, request } = require('./core.js');
 
 const NULL_STRING = '_NL_'; // the addon's null-string sentinel (keys, flushall)
 
@@ -74,46 +74,46 @@ const WEIGHT = option('weight', (argv, o, command) => argv.push(seconds(o?.weigh
 
 /** The code alone: true, or false for one of the `soft` codes. */
 const done = (...soft) => ({
-  read(client, name, key, argv, fn) {
-    return client[$status](fn(...argv), name, key, soft.length ? soft : undefined);
+  * read(client, name, key, argv, fn) {
+    return client[$status](yield request(fn, ...argv), name, key, soft.length ? soft : undefined);
   },
 });
 /** One value (null when missing); options.buffer gives a Buffer. */
 const value = () => ({
   options: ['buffer'],
-  read(client, name, key, argv, fn, options, at) {
-    return client[$one](name, key, options?.buffer, (v, n) => {
+  * read(client, name, key, argv, fn, options, at) {
+    return yield* client[$one](name, key, options?.buffer, (v, n) => {
       argv.splice(at, 0, v, n);
-      return fn(...argv);
+      return request(fn, ...argv);
     });
   },
 });
 /** Several values ([] when missing); options.buffer gives Buffers. */
 const values = () => ({
   options: ['buffer'],
-  read(client, name, key, argv, fn, options, at) {
-    return client[$many](name, key, options?.buffer, (arr, count, lens) => {
+  * read(client, name, key, argv, fn, options, at) {
+    return yield* client[$many](name, key, options?.buffer, (arr, count, lens) => {
       argv.splice(at, 0, arr, count, lens);
-      return fn(...argv);
+      return request(fn, ...argv);
     });
   },
 });
 /** An int (or unsigned int) cell; `missing` when the key is not there. */
 const count = ({ unsigned = true, missing = 0 } = {}) => ({
-  read(client, name, key, argv, fn, options, at) {
-    return client[$integer](name, key, unsigned, (cell) => {
+  * read(client, name, key, argv, fn, options, at) {
+    return yield* client[$integer](name, key, unsigned, (cell) => {
       argv.splice(at, 0, cell);
-      return fn(...argv);
+      return request(fn, ...argv);
     }, missing);
   },
 });
 /** A counter's new value: an int cell, every code other than success an error. */
 const counter = () => ({
-  read(client, name, key, argv, fn, options, at) {
+  * read(client, name, key, argv, fn, options, at) {
     const cell = kl.new_intp();
     try {
       argv.splice(at, 0, cell);
-      client[$check](fn(...argv), name, key);
+      client[$check](yield request(fn, ...argv), name, key);
       return kl.intp_value(cell);
     } finally {
       kl.delete_intp(cell);
@@ -132,7 +132,7 @@ function command(fnName, args, answer, optionKinds = []) {
   const fn = libraryFunction(fnName);
   const keyed = args[0] === KEY;
   const optionNames = [...optionKinds.map((k) => k.optionName), ...(answer.options ?? [])];
-  return Object.assign(function method(...given) {
+  return Object.assign(function* method(...given) {
     const name = method.commandName;
     const argv = [this[$handle]];
     for (let i = 0; i < args.length; i++) {
@@ -143,7 +143,7 @@ function command(fnName, args, answer, optionKinds = []) {
     const options = given[args.length];
     const at = argv.length; // the answer's cells go here
     for (const read of optionKinds) read(argv, options, name);
-    return answer.read(this, name, keyed ? given[0] : undefined, argv, fn, options, at);
+    return yield* answer.read(this, name, keyed ? given[0] : undefined, argv, fn, options, at);
   }, {
     // What it takes, for the argument checks (arguments.js).
     parameters: [...args.map((k) => k.label), ...(optionNames.length ? ['options'] : [])],
@@ -151,9 +151,17 @@ function command(fnName, args, answer, optionKinds = []) {
   });
 }
 
-/** The methods of a family's table: { name: command(...) or a function }. */
+/**
+ * The methods of a family's table: { name: command(...) or a generator
+ * function }. Every method is a command generator (core.js); the clients
+ * drive them.
+ */
 function methods(table) {
   for (const [name, m] of Object.entries(table)) {
+    if (!(m instanceof GeneratorFunction)) {
+      throw new Error(`keyloom: the method ${name} is not a generator function (write *${name}(...) { ... })`);
+    }
+    commands[name] = m;
     if (m.commandName !== undefined) continue;
     m.commandName = name;
     Object.defineProperty(m, 'name', { value: name });
@@ -161,7 +169,16 @@ function methods(table) {
   return table;
 }
 
+const GeneratorFunction = Object.getPrototypeOf(function* generator() {}).constructor;
+// Every method by name, for the commands that run another: yield* subcommand(this, 'get', key).
+const commands = Object.create(null);
+
+/** Runs the command `name` as part of the running one (its arguments are not checked again). */
+function* subcommand(self, name, ...args) {
+  return yield* commands[name].apply(self, args);
+}
+
 module.exports = {
-  command, methods, textOf, integerOf, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
+  command, methods, subcommand, textOf, integerOf, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
   TTL, ROUTE, GROUP, WEIGHT, done, value, values, count, counter, routeOf, groupOf, NULL_STRING,
 };

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "keyloom.h"
+#include "loop_pipeline.h"
+#include "pipelined_call.h"
 #include "runtime/arg_kinds.h"
 #include "runtime/module.h"
 #include "runtime/proxy.h"
@@ -39,7 +41,10 @@ thread_local LiveClients* live_clients = nullptr;
 
 void DestroyLeftClients(void* arg) {
   auto* live = static_cast<LiveClients*>(arg);
-  for (kl_client* client : live->clients) kl_client_destroy(client);
+  for (kl_client* client : live->clients) {
+    LoopPipeline::Stop(client);
+    kl_client_destroy(client);
+  }
   if (live_clients == live) live_clients = nullptr;
   delete live;
 }
@@ -48,24 +53,58 @@ void DestroyLeftClients(void* arg) {
 void client_adopt(kl_client* client) {
   if (client && live_clients) live_clients->clients.insert(client);
 }
-// Destroys a client, and forgets it (null: nothing).
+// Destroys a client, and forgets it (null: nothing). Its pipeline, if it has
+// one, ends first.
 void client_destroy(kl_client* client) {
   if (!client) return;
   if (live_clients) live_clients->clients.erase(client);
+  LoopPipeline::Stop(client);
   kl_client_destroy(client);
 }
+
+// The client's pipeline on this thread: its calls then go through
+// exports.pipelined. 0, or KL_PTHREAD_OP_FAILURE when no thread could be made.
+int pipeline_start(kl_client* client) {
+  return LoopPipeline::Start(v8::Isolate::GetCurrent(), client) ? KL_SUCCESS : KL_PTHREAD_OP_FAILURE;
+}
+// Hands over the pipelined calls made since the last flush (once a tick).
+void pipeline_flush(kl_client* client) {
+  if (LoopPipeline* pipeline = LoopPipeline::Of(client)) pipeline->Flush();
+}
+// The time budget, in ms, of the pipelined calls made from now on (0: the client's).
+void pipeline_timeout(kl_client* client, unsigned ms) {
+  if (LoopPipeline* pipeline = LoopPipeline::Of(client)) pipeline->set_timeout_ms(ms);
+}
+
+// The library commands beyond the exact layer's.
+#define KEYLOOM_CLIENT_COMMANDS                   \
+  KL_CMD(kl_client_max_reply_size, Client, Size), \
+      KL_CMD(kl_set_binary_if, Client, CharP, Size, Binary, Size, Size, Int)
 
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).
 const std::vector<FunctionEntry> kFunctions = {
-    KL_CMD(kl_client_max_reply_size, Client, Size),
-    KL_CMD(kl_set_binary_if, Client, CharP, Size, Binary, Size, Size, Int),
+    KEYLOOM_CLIENT_COMMANDS,
     KL_EXPORT(kl_last_failure_kind, kl_last_failure_kind, RInt, Client),
     KL_EXPORT(kl_last_failure_server, kl_last_failure_server, RUtf8, Client),
     KL_EXPORT(kl_last_failure_text, kl_last_failure_text, RUtf8, Client),
     KL_EXPORT(client_alias, client_alias, RClient, Client),
     KL_EXPORT(client_adopt, client_adopt, RVoid, Client),
     KL_EXPORT(client_destroy, client_destroy, RVoid, Client),
+    KL_EXPORT(pipeline_start, pipeline_start, RInt, Client),
+    KL_EXPORT(pipeline_flush, pipeline_flush, RVoid, Client),
+    KL_EXPORT(pipeline_timeout, pipeline_timeout, RVoid, Client, UInt),
+};
+
+// exports.pipelined: every library command of both modules, under the same
+// names, returning a Promise (native/client-addon/pipelined_call.h).
+#undef KL_CMD_AS
+#undef KL_EXPORT
+#define KL_CMD_AS KL_PIPELINED_CMD_AS
+#define KL_EXPORT KL_PIPELINED_SKIP
+const std::vector<FunctionEntry> kPipelined = {
+#include "library_functions.inc"
+    KEYLOOM_CLIENT_COMMANDS,
 };
 
 }  // namespace
@@ -83,4 +122,9 @@ NODE_MODULE_INIT(/* exports, module, context */) {
   for (const FunctionEntry& function : kFunctions) {
     KLRT_AddStaticFunction(isolate, context, exports, function.name, function.callback);
   }
+  v8::Local<v8::Object> pipelined = v8::Object::New(isolate);
+  for (const FunctionEntry& function : kPipelined) {
+    if (function.name) KLRT_AddStaticFunction(isolate, context, pipelined, function.name, function.callback);
+  }
+  exports->Set(context, v8::String::NewFromUtf8Literal(isolate, "pipelined"), pipelined).Check();
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "continuum.h"
+#include "fiber.h"
 #include "keyloom.h"
 #include "lock.h"
 #include "reply_reader.h"
@@ -46,6 +47,7 @@ struct Server {
   std::vector<const Script *> loaded_scripts;  // SCRIPT LOADed on this connection
   ReplyBudget budget;           // what the reply being read may still cost
   std::string failure;          // why it was marked down, told to calls that skip it
+  unsigned long exchange_round = 0;  // the last exchange round that queued on it
 };
 
 struct Group {
@@ -77,6 +79,8 @@ struct kl_client {
   keyloom::CallFailure last_failure;    // of the call in progress, or the last one
   keyloom::Clock::time_point deadline;  // of the call in progress
   int call_depth = 0;                   // nested calls (recursive lock) share it
+  unsigned call_timeout_ms = 0;         // the call's own budget (pipeline jobs); 0: the client's
+  unsigned long exchange_round = 0;     // counts exchanges, so a round knows a server's first batch
 };
 
 namespace keyloom {
@@ -88,14 +92,17 @@ void refresh_prefix(kl_client *client);
 size_t server_count(const kl_client *client);
 
 // One library call on a client: holds the client's lock and starts the call's
-// clock. However many servers and groups a call visits, it waits on them for
+// clock. A call on a pipeline's fiber takes no lock: its round holds it. However many servers and groups a call visits, it waits on them for
 // at most one connect time-out plus one reply time-out in all (the time-out
 // serves as both).
 class CallScope {
  public:
-  explicit CallScope(kl_client *client) : client_(client), lock_(client->mutex) {
+  explicit CallScope(kl_client *client)
+      : client_(client), lock_(client->mutex, Fiber::current() == nullptr) {
     if (lock_.ok() && client_->call_depth++ == 0) {
-      client_->deadline = Clock::now() + 2 * std::chrono::milliseconds(client_->connect_timeout_ms);
+      const unsigned budget_ms =
+          client_->call_timeout_ms ? client_->call_timeout_ms : 2 * client_->connect_timeout_ms;
+      client_->deadline = Clock::now() + std::chrono::milliseconds(budget_ms);
       client_->last_failure.kind = KL_FAILURE_NONE;
     }
   }

@@ -6,6 +6,7 @@
 #include "failures.h"
 #include "exchange.h"
 #include "log.h"
+#include "pipeline.h"
 #include "protocol.h"
 
 namespace keyloom {
@@ -28,107 +29,137 @@ void out_of_time(kl_client *client, Batch &b) {
   disconnect_server(b.server);
 }
 
+// A batch whose connection went while an earlier batch of the same round
+// was on it (lost, timed out, dropped): its commands went with it.
+void connection_gone(kl_client *client, Batch &b) {
+  b.failed = true;
+  b.replies.clear();
+  note_failure(client, b.server, KL_FAILURE_CONNECTION,
+               b.server->down ? std::string_view(b.server->failure) : std::string_view("connection lost"));
+}
+
+// The batch could not be read whole: a reply too large, or no reply at all.
+void read_failed(kl_client *client, Batch &b) {
+  if (b.server->budget.exceeded) {
+    // The server is up and answering: only this connection, whose stream
+    // now holds the rest of the refused reply, goes.
+    log_event(client, KL_LEVEL_ERROR, "a reply from %s passes the maximum reply size of %zu bytes",
+              b.server->name.c_str(), client->max_reply_bytes);
+    note_failure(client, b.server, KL_FAILURE_CONNECTION,
+                 "reply larger than the maximum of " + std::to_string(client->max_reply_bytes) + " bytes");
+    b.failed = b.too_large = true;
+    b.replies.clear();
+    disconnect_server(b.server);
+    return;
+  }
+  log_event(client, KL_LEVEL_ERROR, "no reply from %s: %s", b.server->name.c_str(),
+            b.server->ctx ? b.server->ctx->errstr : "");
+  note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_read_failure(b.server));
+  fail(client, b, "read failed");
+}
+
 }  // namespace
 
-void exchange(kl_client *client, Batch *batches, size_t n) {
-  for (size_t k = 0; k < n; ++k) {
-    Batch &b = batches[k];
-    b.failed = b.too_large = false;
-    b.replies.clear();
-    if (b.size() == 0) continue;
-    if (input_pending(b.server)) {
-      // Replies nobody asked for (a server that answered twice) or a close
-      // while idle: later replies would be matched to the wrong requests.
-      log_event(client, KL_LEVEL_WARNING, "%s sent what was not asked for; reconnecting",
-                b.server->name.c_str());
-      disconnect_server(b.server);
-    }
-    if (!connect_server(client, b.server)) {
-      b.failed = true;
-      continue;
-    }
-    if (!append(client, b)) fail(client, b, "could not queue commands");
+void exchange_queue(kl_client *client, Batch &b) {
+  b.failed = b.too_large = false;
+  b.replies.clear();
+  if (b.size() == 0) return;
+  const bool first_on_server = b.server->exchange_round != client->exchange_round;
+  b.server->exchange_round = client->exchange_round;
+  if (first_on_server && input_pending(b.server)) {
+    // Replies nobody asked for (a server that answered twice) or a close
+    // while idle: later replies would be matched to the wrong requests.
+    log_event(client, KL_LEVEL_WARNING, "%s sent what was not asked for; reconnecting",
+              b.server->name.c_str());
+    disconnect_server(b.server);
   }
-  for (size_t k = 0; k < n; ++k) {
-    Batch &b = batches[k];
-    if (b.size() == 0 || b.failed) continue;
-    if (!arm_timeout(client, b.server)) {
-      out_of_time(client, b);
-      continue;
-    }
-    int done = 0;
-    while (!done) {
-      if (redisBufferWrite(b.server->ctx, &done) != REDIS_OK) {
-        note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_io_failure("write", b.server->ctx));
-        fail(client, b, "write failed");
-        break;
-      }
+  if (!connect_server(client, b.server)) {
+    b.failed = true;
+    return;
+  }
+  if (!append(client, b)) fail(client, b, "could not queue commands");
+}
+
+void exchange_send(kl_client *client, Batch &b) {
+  if (b.size() == 0 || b.failed) return;
+  if (!b.server->ctx) return connection_gone(client, b);
+  if (!arm_timeout(client, b.server)) return out_of_time(client, b);
+  int done = 0;
+  while (!done) {
+    if (redisBufferWrite(b.server->ctx, &done) != REDIS_OK) {
+      note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_io_failure("write", b.server->ctx));
+      return fail(client, b, "write failed");
     }
   }
-  for (size_t k = 0; k < n; ++k) {
-    Batch &b = batches[k];
-    if (b.size() == 0 || b.failed) continue;
-    if (!arm_timeout(client, b.server)) {
-      out_of_time(client, b);
-      continue;
+}
+
+void exchange_read(kl_client *client, Batch &b) {
+  if (b.size() == 0 || b.failed) return;
+  if (!b.server->ctx) return connection_gone(client, b);
+  if (!arm_timeout(client, b.server)) return out_of_time(client, b);
+  b.replies.resize(b.size());
+  bool ok = true;
+  redisReader *reader = b.server->ctx->reader;
+  redisReplyObjectFunctions *saved_fn = reader->fn;
+  void *saved_privdata = reader->privdata;
+  if (b.reader_fn) {
+    reader->fn = b.reader_fn;
+    reader->privdata = b.on_read_context;
+  }
+  for (size_t i = 0; ok && i < b.size(); ++i) {
+    if (!b.preloaded.empty() && b.preloaded[i]) {
+      Reply load;
+      ok = read_next(client, b.server, &load);
+      if (!ok) break;
     }
-    b.replies.resize(b.size());
-    bool ok = true;
-    redisReader *reader = b.server->ctx->reader;
-    redisReplyObjectFunctions *saved_fn = reader->fn;
-    void *saved_privdata = reader->privdata;
+    if (b.on_read_start) b.on_read_start(b.on_read_context, b, i);
     if (b.reader_fn) {
-      reader->fn = b.reader_fn;
-      reader->privdata = b.on_read_context;
-    }
-    for (size_t i = 0; ok && i < b.size(); ++i) {
-      if (!b.preloaded.empty() && b.preloaded[i]) {
-        Reply load;
-        ok = read_next(client, b.server, &load);
-        if (!ok) break;
-      }
-      if (b.on_read_start) b.on_read_start(b.on_read_context, b, i);
-      if (b.reader_fn) {
-        void *r = nullptr;
-        ok = read_next(client, b.server, &r);
-      } else {
-        ok = read_next(client, b.server, &b.replies[i]);
-      }
-      if (ok && b.on_read) b.on_read(b.on_read_context, b, i);
-    }
-    if (b.reader_fn) {
-      // A reply cut short is the direct functions' object: the default
-      // functions must never be asked to free it.
-      reader->reply = nullptr;
-      reader->fn = saved_fn;
-      reader->privdata = saved_privdata;
-    }
-    for (size_t i = 0; ok && i < b.size(); ++i)
-      if (is_noscript(b.replies[i].get()) && b.cmd(i).script()) ok = retry_as_eval(b, i);
-    if (!ok && b.server->budget.exceeded) {
-      // The server is up and answering: only this connection, whose stream
-      // now holds the rest of the refused reply, goes.
-      log_event(client, KL_LEVEL_ERROR, "a reply from %s passes the maximum reply size of %zu bytes",
-                b.server->name.c_str(), client->max_reply_bytes);
-      note_failure(client, b.server, KL_FAILURE_CONNECTION,
-                   "reply larger than the maximum of " + std::to_string(client->max_reply_bytes) + " bytes");
-      b.failed = b.too_large = true;
-      b.replies.clear();
-      disconnect_server(b.server);
-    } else if (!ok) {
-      log_event(client, KL_LEVEL_ERROR, "no reply from %s: %s", b.server->name.c_str(),
-                b.server->ctx ? b.server->ctx->errstr : "");
-      note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_read_failure(b.server));
-      fail(client, b, "read failed");
+      void *r = nullptr;
+      ok = read_next(client, b.server, &r);
     } else {
-      // The server's own words, for the caller who gets a KL_SERVER_ERROR.
-      for (const Reply &r : b.replies)
-        if (r && r->type == REDIS_REPLY_ERROR) {
-          note_failure(client, b.server, KL_FAILURE_SERVER_REPLY, std::string_view(r->str, r->len));
-          break;
-        }
+      ok = read_next(client, b.server, &b.replies[i]);
+    }
+    if (ok && b.on_read) b.on_read(b.on_read_context, b, i);
+  }
+  if (b.reader_fn) {
+    // A reply cut short is the direct functions' object: the default
+    // functions must never be asked to free it.
+    reader->reply = nullptr;
+    reader->fn = saved_fn;
+    reader->privdata = saved_privdata;
+  }
+  if (!ok) read_failed(client, b);
+}
+
+void exchange_settle(kl_client *client, Batch &b) {
+  if (b.size() == 0 || b.failed) return;
+  bool ok = true;
+  for (size_t i = 0; ok && i < b.size(); ++i) {
+    if (is_noscript(b.replies[i].get()) && b.cmd(i).script()) {
+      if (!b.server->ctx) return connection_gone(client, b);
+      ok = retry_as_eval(b, i);
     }
   }
+  if (!ok) return read_failed(client, b);
+  // The server's own words, for the caller who gets a KL_SERVER_ERROR.
+  for (const Reply &r : b.replies)
+    if (r && r->type == REDIS_REPLY_ERROR) {
+      note_failure(client, b.server, KL_FAILURE_SERVER_REPLY, std::string_view(r->str, r->len));
+      break;
+    }
+}
+
+void exchange(kl_client *client, Batch *batches, size_t n) {
+  if (Fiber::current()) {
+    // A pipeline's call: its round sends these with every other call's.
+    await_round(batches, n);
+    return;
+  }
+  ++client->exchange_round;
+  for (size_t k = 0; k < n; ++k) exchange_queue(client, batches[k]);
+  for (size_t k = 0; k < n; ++k) exchange_send(client, batches[k]);
+  for (size_t k = 0; k < n; ++k) exchange_read(client, batches[k]);
+  for (size_t k = 0; k < n; ++k) exchange_settle(client, batches[k]);
 }
 
 }  // namespace keyloom

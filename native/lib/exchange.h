@@ -35,8 +35,20 @@ struct Batch {
   Command &cmd(size_t i) { return picked.empty() ? cmds[i] : *picked[i]; }
 };
 
-// Runs every non-empty batch. A failed server is marked down.
+// Runs every non-empty batch. A failed server is marked down. On a
+// pipeline's fiber the call steps aside until its round has run them.
 void exchange(kl_client *client, Batch *batches, size_t n);
+
+// The four steps of an exchange, each over one batch. Every batch of a
+// round takes a step before any takes the next: all are queued (connecting
+// as needed), then written, then read in the order queued, then settled
+// (scripts the server lost run again, errors noted), so batches of several
+// calls to one server share its write and its stream. A round starts with
+// ++client->exchange_round.
+void exchange_queue(kl_client *client, Batch &b);
+void exchange_send(kl_client *client, Batch &b);
+void exchange_read(kl_client *client, Batch &b);
+void exchange_settle(kl_client *client, Batch &b);
 
 // The code of a call whose reply passed the client's maximum reply size: the
 // memory it would take is refused.

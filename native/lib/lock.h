@@ -37,12 +37,14 @@ class ClientMutex {
   bool enabled_ = false;
 };
 
-// Scoped lock; check ok() and return KL_PTHREAD_OP_FAILURE when false.
+// Scoped lock; check ok() and return KL_PTHREAD_OP_FAILURE when false. With
+// take false it stands for a lock held further up (ok, nothing to undo).
 class ClientLock {
  public:
-  explicit ClientLock(ClientMutex &m) : mutex_(m), ok_(m.lock()) {}
+  explicit ClientLock(ClientMutex &m, bool take = true)
+      : mutex_(m), ok_(take ? m.lock() : true), taken_(take) {}
   ~ClientLock() {
-    if (ok_) mutex_.unlock();
+    if (ok_ && taken_) mutex_.unlock();
   }
   ClientLock(const ClientLock &) = delete;
   ClientLock &operator=(const ClientLock &) = delete;
@@ -51,6 +53,7 @@ class ClientLock {
  private:
   ClientMutex &mutex_;
   bool ok_;
+  bool taken_;
 };
 
 }  // namespace keyloom

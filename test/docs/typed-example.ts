@@ -2,6 +2,7 @@
 // It is never run: it only has to type-check, and the mistakes marked below must not.
 import * as kl from 'keyloom';
 import { createClient, KeyloomError, type KeyloomClient } from 'keyloom/client';
+import * as promises from 'keyloom/promises';
 
 // The idiomatic client.
 const db: KeyloomClient = createClient({ servers: ['127.0.0.1:6379'], hash: 'md5', distribution: 'ketama' });
@@ -41,5 +42,25 @@ if (client !== null) {
 
 // @ts-expect-error: 'sha1' is not a hash kind
 createClient({ hash: 'sha1' });
+
+// The promise client: the same commands, each answering with a Promise.
+async function service(): Promise<void> {
+  const pdb: promises.KeyloomClient = promises.createClient({ servers: ['127.0.0.1:6379'], maxQueued: 5000 });
+  await pdb.ready;
+  const value: string | null = await pdb.get('greeting', { timeoutMs: 200 });
+  const raw: Buffer | null = await pdb.get('greeting', { buffer: true, signal: AbortSignal.timeout(100) });
+  const board: Array<{ member: string; score?: number }> = await pdb.zrange('board', 0, 9, { withScores: true });
+  const [a, b] = await Promise.all([pdb.incr('visits'), pdb.set('k', 'v', { ttl: 5, timeoutMs: 100 })]);
+  // @ts-expect-error: an answer is a Promise, not the value
+  const wrong: string | null = pdb.get('greeting');
+  try {
+    await pdb.lpush('greeting', 'x');
+  } catch (err) {
+    if (err instanceof promises.KeyloomError) console.log(err.serverMessage);
+  }
+  await pdb.close();
+  console.log(value, raw, board, a, b, wrong);
+}
+void service;
 
 console.log(greeting, bytes, top, names, user, hits, n);

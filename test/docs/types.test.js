@@ -43,14 +43,24 @@ test('the constants in index.d.ts have the values the addon exports', () => {
   for (const [, name, value] of constants) assert.equal(kl[name], Number(value), name);
 });
 
-test('client.d.ts declares every public method of the client', () => {
-  process.env.KEYLOOM_BUILD_DIR = paths.buildDir;
-  const { KeyloomClient } = require('keyloom/client');
-  const dts = fs.readFileSync(path.join(paths.root, 'js', 'client', 'index.d.ts'), 'utf8');
-  const body = dts.slice(dts.indexOf('export declare class KeyloomClient'));
-  const methods = Object.getOwnPropertyNames(KeyloomClient.prototype).filter((n) => n !== 'constructor');
-  for (const m of methods) assert.match(body, new RegExp(`\\n  (readonly )?${m}[<(:?]`), `client.d.ts lacks ${m}`);
-});
+// The declarations of a client's members: the commands both clients share
+// (Commands<M> in index.d.ts) and the class's own.
+function declaredMembers(file) {
+  const client = fs.readFileSync(path.join(paths.root, 'js', 'client', 'index.d.ts'), 'utf8');
+  const own = fs.readFileSync(path.join(paths.root, 'js', 'client', file), 'utf8');
+  return client.slice(client.indexOf('export interface Commands<M extends Mode>'), client.indexOf('export interface KeyloomClient')) +
+    own.slice(own.indexOf('export declare class KeyloomClient'));
+}
+
+for (const [module, file] of [['keyloom/client', 'index.d.ts'], ['keyloom/promises', 'promises.d.ts']]) {
+  test(`${file} declares every public method of ${module}`, () => {
+    process.env.KEYLOOM_BUILD_DIR = paths.buildDir;
+    const { KeyloomClient } = require(module);
+    const body = declaredMembers(file);
+    const methods = Object.getOwnPropertyNames(KeyloomClient.prototype).filter((n) => n !== 'constructor');
+    for (const m of methods) assert.match(body, new RegExp(`\\n  (readonly )?${m}[<(:?]`), `${file} lacks ${m}`);
+  });
+}
 
 test('the README and the types say what quit() and close() each do, and to keep one client per process', () => {
   const readme = fs.readFileSync(path.join(paths.root, 'README.md'), 'utf8');
@@ -58,6 +68,6 @@ test('the README and the types say what quit() and close() each do, and to keep 
   assert.match(readme, /`quit\(\)` closes the connections only: the client stays usable/);
   assert.match(readme, /`close\(\)` ends the client for good/);
   const dts = fs.readFileSync(path.join(paths.root, 'js', 'client', 'index.d.ts'), 'utf8');
-  assert.match(dts, /Closes the connections only \(QUIT\): the client stays usable[^]*?\*\/\n\s+quit\(\): true;/);
+  assert.match(dts, /Closes the connections only \(QUIT\): the client stays usable[^]*?\*\/\n\s+quit\(\): Out<M, true>;/);
   assert.match(dts, /Ends the client for good[^]*?\*\/\n\s+close\(\): void;/);
 });

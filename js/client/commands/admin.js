@@ -2,7 +2,7 @@
 // Server administration, on every server of every group or of one group:
 // DBSIZE, FLUSHDB/FLUSHALL, SAVE/BGSAVE, INFO, CONFIG GET/SET.
 const { kl, text, byteLength, decode, scoped, assign } = require('../support.js');
-const { $handle, $status, $check, $many } = require('../core.js');
+const { $handle, $status, $check, $many, request } = require('../core.js');
 const { command, methods, GROUP, done, count, groupOf, NULL_STRING } = require('../table.js');
 
 module.exports = methods({
@@ -10,23 +10,23 @@ module.exports = methods({
   dbsize: command('kl_dbsize', [], count(), [GROUP]),
   flushdb: command('kl_flushdb', [], done(), [GROUP]),
 
-  flushall(options) {
+  * flushall(options) {
     const group = options?.group ? text(options.group, 'group', 'flushall') : NULL_STRING;
-    return this[$status](kl.flushall(this[$handle], group, null), 'flushall');
+    return this[$status](yield request(kl.flushall, this[$handle], group, null), 'flushall');
   },
 
   save: command('kl_save', [], done(), [GROUP]),
   bgsave: command('kl_bgsave', [], done(), [GROUP]),
 
   /** INFO: one text per server addressed, in group and server order. */
-  info(options) {
+  * info(options) {
     const group = groupOf(options, 'info');
-    return scoped((s) => {
+    return yield* scoped(this, function* info(s) {
       const arr = kl.new_charppp();
       s.add(kl.delete_charppp, arr);
       const seen = { n: 0 };
       s.add((cell, counted) => kl.kl_free_php_reply_pp(cell, counted.n), arr, seen);
-      const rc = kl.kl_info(this[$handle], arr, group, null);
+      const rc = yield request(kl.kl_info, this[$handle], arr, group, null);
       // A null-terminated array of NUL-terminated texts, handed over on a
       // partial result too: every text is counted before the code is checked,
       // so that the scope frees them all whatever the code.
@@ -43,23 +43,23 @@ module.exports = methods({
   },
 
   /** CONFIG GET: { name: value } (options.server 'host:port' narrows it to one server). */
-  configGet(parameter, options) {
+  * configGet(parameter, options) {
     const p = text(parameter, 'parameter', 'configGet');
     const server = options?.server ? text(options.server, 'server', 'configGet') : '';
     const group = groupOf(options, 'configGet');
-    const flat = this[$many]('configGet', undefined, false, (arr, n, lens) =>
-      kl.kl_config_get(this[$handle], p, byteLength(p), server, byteLength(server), arr, n, lens, group, null));
+    const flat = yield* this[$many]('configGet', undefined, false, (arr, n, lens) =>
+      request(kl.kl_config_get, this[$handle], p, byteLength(p), server, byteLength(server), arr, n, lens, group, null));
     const out = {};
     for (let i = 0; i + 1 < flat.length; i += 2) assign(out, flat[i], flat[i + 1]);
     return out;
   },
 
-  configSet(parameter, value, options) {
+  * configSet(parameter, value, options) {
     const p = text(parameter, 'parameter', 'configSet');
     const v = text(value, 'value', 'configSet');
     const server = options?.server ? text(options.server, 'server', 'configSet') : '';
     const group = groupOf(options, 'configSet');
-    return this[$status](kl.kl_config_set(this[$handle], p, byteLength(p), v, byteLength(v), server,
+    return this[$status](yield request(kl.kl_config_set, this[$handle], p, byteLength(p), v, byteLength(v), server,
       byteLength(server), group, null), 'configSet');
   },
 });

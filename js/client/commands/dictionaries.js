@@ -1,18 +1,18 @@
 'use strict';
 // Dictionaries: words with a value and a weight, completed by prefix.
 const { kl, text, byteLength, seconds, pairs, scoped, element, countOf } = require('../support.js');
-const { $handle, $check, NOTFOUND, resultOf } = require('../core.js');
+const { $handle, $check, NOTFOUND, resultOf, request } = require('../core.js');
 const {
   command, methods, KEY, WORD, VALUE, TTL, ROUTE, WEIGHT, done, value, routeOf,
 } = require('../table.js');
 
 // The entries of a dictionary read as [{ word, value }].
-function entries(client, command, key, options, call) {
-  return scoped((s) => {
+function* entries(client, command, key, options, call) {
+  return yield* scoped(client, function* dictionaryEntries(s) {
     const n = s.count();
     const w = s.strings(n);
     const v = s.strings(n);
-    const rc = call(n, w, v);
+    const rc = yield call(n, w, v);
     if (resultOf(rc) === NOTFOUND) return [];
     client[$check](rc, command, key);
     const total = countOf(n);
@@ -29,17 +29,17 @@ module.exports = methods({
   dadd: command('kl_dadd', [KEY, WORD, VALUE], done(), [WEIGHT, TTL]),
 
   /** Adds many words ({ word: value }, a Map or pairs), all with options.weight: how many were new. */
-  dmadd(key, all, options) {
+  * dmadd(key, all, options) {
     const k = text(key, 'key', 'dmadd');
     const list = pairs(all, 'entries', 'dmadd');
     if (list.length === 0) return 0;
     const weight = seconds(options?.weight ?? 1, 'weight', 'dmadd');
     const ttl = seconds(options?.ttl, 'ttl', 'dmadd');
-    return scoped((s) => {
+    return yield* scoped(this, function* dmadd(s) {
       const w = s.texts(list.map((p) => p[0]), 'word', 'dmadd');
       const v = s.texts(list.map((p) => p[1]), 'value', 'dmadd');
       const added = s.int();
-      this[$check](kl.kl_dmadd(this[$handle], k, byteLength(k), w.arr, w.n, w.lens, v.arr, v.lens, weight, added, ttl),
+      this[$check](yield request(kl.kl_dmadd, this[$handle], k, byteLength(k), w.arr, w.n, w.lens, v.arr, v.lens, weight, added, ttl),
         'dmadd', key);
       return kl.intp_value(added);
     });
@@ -50,20 +50,20 @@ module.exports = methods({
   drem: command('kl_drem', [KEY, WORD], done(NOTFOUND)),
 
   /** Completion: the words starting with prefix, heaviest first, as [{ word, value }]. */
-  dclose(key, prefix, options) {
+  * dclose(key, prefix, options) {
     const k = text(key, 'key', 'dclose');
     const p = text(prefix, 'prefix', 'dclose');
     const route = routeOf(options, 'dclose');
-    return entries(this, 'dclose', key, options, (n, w, v) =>
-      kl.kl_dclose_whole(this[$handle], k, byteLength(k), p, byteLength(p), n, w.arr, w.lens, v.arr, v.lens,
+    return yield* entries(this, 'dclose', key, options, (n, w, v) =>
+      request(kl.kl_dclose_whole, this[$handle], k, byteLength(k), p, byteLength(p), n, w.arr, w.lens, v.arr, v.lens,
         route, byteLength(route)));
   },
 
   /** Every word of the dictionary, heaviest first, as [{ word, value }]. */
-  dgetall(key, options) {
+  * dgetall(key, options) {
     const k = text(key, 'key', 'dgetall');
     const route = routeOf(options, 'dgetall');
-    return entries(this, 'dgetall', key, options, (n, w, v) =>
-      kl.kl_dgetall_whole(this[$handle], k, byteLength(k), n, w.arr, w.lens, v.arr, v.lens, route, byteLength(route)));
+    return yield* entries(this, 'dgetall', key, options, (n, w, v) =>
+      request(kl.kl_dgetall_whole, this[$handle], k, byteLength(k), n, w.arr, w.lens, v.arr, v.lens, route, byteLength(route)));
   },
 });

@@ -2,23 +2,23 @@
 // Commands on keys of any type: DEL, EXISTS, EXPIRE/PERSIST/TTL, TYPE,
 // RENAME, KEYS, RANDOMKEY, MOVE, SORT, and the repair of a dirty key.
 const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, $one, $many, $integer, $sharded, NOTFOUND } = require('../core.js');
+const { $handle, $status, $check, $one, $many, $integer, $sharded, NOTFOUND, request } = require('../core.js');
 const {
-  command, methods, KEY, textOf, integerOf, secondsOf, done, value, count, routeOf, NULL_STRING,
+  command, methods, subcommand, KEY, textOf, integerOf, secondsOf, done, value, count, routeOf, NULL_STRING,
 } = require('../table.js');
 
 module.exports = methods({
   /** DEL of one key or an array of keys: how many existed. */
-  del(keys) {
+  * del(keys) {
     if (!Array.isArray(keys)) {
       const k = text(keys, 'key', 'del');
-      return this[$status](kl.kl_del(this[$handle], k, byteLength(k)), 'del', keys, [NOTFOUND]) ? 1 : 0;
+      return this[$status](yield request(kl.kl_del, this[$handle], k, byteLength(k)), 'del', keys, [NOTFOUND]) ? 1 : 0;
     }
     if (keys.length === 0) return 0;
-    return scoped((s) => {
+    return yield* scoped(this, function* del(s) {
       const input = s.texts(keys, 'key', 'del');
       const deleted = s.int();
-      this[$check](kl.kl_mdel(this[$handle], input.arr, input.n, input.lens, deleted), 'del');
+      this[$check](yield request(kl.kl_mdel, this[$handle], input.arr, input.n, input.lens, deleted), 'del');
       return kl.intp_value(deleted);
     });
   },
@@ -27,17 +27,17 @@ module.exports = methods({
   /** EXPIRE: true when the key exists; 0 seconds removes the TTL. */
   expire: command('kl_set_ttl', [KEY, secondsOf('ttl')], done(NOTFOUND)),
 
-  persist(key) {
-    return this.expire(key, 0);
+  * persist(key) {
+    return yield* subcommand(this, 'expire', key, 0);
   },
 
   /** Seconds to live, -1 for a key without a TTL, null for a missing key. */
   ttl: command('kl_get_ttl', [KEY], count({ unsigned: false, missing: null })),
 
   /** 'string', 'list', 'set', 'zset', 'hash', or 'none' for a missing key. */
-  type(key) {
+  * type(key) {
     const k = text(key, 'key', 'type');
-    const t = this[$one]('type', key, false, (v) => kl.kl_type(this[$handle], k, byteLength(k), v));
+    const t = yield* this[$one]('type', key, false, (v) => request(kl.kl_type, this[$handle], k, byteLength(k), v));
     return t ?? 'none';
   },
 
@@ -46,11 +46,11 @@ module.exports = methods({
   renamenx: command('kl_renamenx', [KEY, textOf('new key')], done(codes.KL_ALREADY_EXISTS)),
 
   /** The keys matching a glob pattern on every server (options.group: one group only). */
-  keys(pattern = '*', options) {
+  * keys(pattern = '*', options) {
     const p = text(pattern, 'pattern', 'keys');
     const group = options?.group ? text(options.group, 'group', 'keys') : NULL_STRING;
-    return this[$many]('keys', undefined, options?.buffer, (arr, n, lens) =>
-      kl.keys(this[$handle], p, byteLength(p), arr, n, lens, group, null));
+    return yield* this[$many]('keys', undefined, options?.buffer, (arr, n, lens) =>
+      request(kl.keys, this[$handle], p, byteLength(p), arr, n, lens, group, null));
   },
 
   randomkey: command('kl_randomkey', [], value()),
@@ -62,7 +62,7 @@ module.exports = methods({
    * SORT. Options: by, limit: { offset, count }, get (pattern or array of up to
    * four), desc, alpha, store (then the stored list's length is returned), route.
    */
-  sort(key, options = {}) {
+  * sort(key, options = {}) {
     const k = text(key, 'key', 'sort');
     const by = options.by ? text(options.by, 'by pattern', 'sort') : '';
     const gets = options.get === undefined ? [] : [].concat(options.get).map((g) => text(g, 'get pattern', 'sort'));
@@ -80,10 +80,10 @@ module.exports = methods({
         "patterns and STORE name keys that may live elsewhere: write those keys with { route: '<the sorted key>' } " +
         'and give sort the same route, or sort without them');
     }
-    return scoped((s) => {
+    return yield* scoped(this, function* sort(s) {
       const n = s.count();
       const o = s.strings(n);
-      const rc = kl.kl_sort_whole(this[$handle], o.arr, n, o.lens, k, byteLength(k), by, byteLength(by), offset,
+      const rc = yield request(kl.kl_sort_whole, this[$handle], o.arr, n, o.lens, k, byteLength(k), by, byteLength(by), offset,
         route, limitCount, options.desc ? 1 : 0, gets[0], gets[1], gets[2], gets[3], options.alpha ? 'ALPHA' : '', store);
       this[$check](rc, 'sort', key);
       if (store) return countOf(n);
@@ -96,11 +96,11 @@ module.exports = methods({
    * dirty write). Options: ttl (seconds), keepTtl (the source's), commit (also
    * delete where the source has none). Returns the number of groups repaired.
    */
-  repair(key, options = {}) {
+  * repair(key, options = {}) {
     const k = text(key, 'key', 'repair');
     let ttl = seconds(options.ttl, 'ttl', 'repair');
     if (options.keepTtl) ttl = kl.DURABLE_TTL(ttl);
     if (options.commit) ttl = kl.COMMIT(ttl);
-    return this[$integer]('repair', key, false, (cell) => kl.kl_dirty(this[$handle], k, byteLength(k), ttl, cell));
+    return yield* this[$integer]('repair', key, false, (cell) => request(kl.kl_dirty, this[$handle], k, byteLength(k), ttl, cell));
   },
 });

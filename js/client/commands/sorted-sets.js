@@ -3,7 +3,7 @@
 // bounded forms, ZREM, ranges by rank and score, ZSCORE, ZRANK, ZCARD, ZCOUNT,
 // ZINCRBY, removal by score and rank.
 const { kl, codes, text, byteLength, seconds, integer, number, decode, scoped, element, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, NOTFOUND, resultOf } = require('../core.js');
+const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
 const {
   command, methods, KEY, MEMBER, VALUE, integerOf, numberOf, TTL, done, count, routeOf,
 } = require('../table.js');
@@ -12,7 +12,7 @@ const { removeEach } = require('../repeat.js');
 const removeOne = removeEach('kl_zrem', 'zrem');
 
 // ZRANGE and ZRANGEBYSCORE: members, or { member, score?, value? } entries.
-function range(client, command, key, options, call) {
+function* range(client, command, key, options, call) {
   const k = text(key, 'key', command);
   const route = routeOf(options, command);
   const withScores = Boolean(options?.withScores);
@@ -20,10 +20,10 @@ function range(client, command, key, options, call) {
   const flags = (withScores ? kl.ZSET_WITH_SCORES : 0) | (withValues ? kl.ZSET_WITH_VALUES : 0) |
     (options?.reverse ? kl.ZSET_REVERSE : 0);
   const asBuffer = options?.buffer;
-  return scoped((s) => {
+  return yield* scoped(client, function* zsetRange(s) {
     const n = s.count();
     const out = { count: n, m: s.strings(n), scores: s.doubles(), v: s.strings(n) };
-    const rc = call(k, byteLength(k), out, route, byteLength(route), flags);
+    const rc = yield call(k, byteLength(k), out, route, byteLength(route), flags);
     if (resultOf(rc) === NOTFOUND) return [];
     client[$check](rc, command, key);
     const members = elements(out.m.arr, out.m.lens, countOf(n), asBuffer);
@@ -37,20 +37,20 @@ function range(client, command, key, options, call) {
   });
 }
 
-function addMany(client, k, key, entries, options) {
+function* addMany(client, k, key, entries, options) {
   if (entries.length === 0) return true;
   const ttl = seconds(options?.ttl, 'ttl', 'zadd');
   const withValues = entries.some((e) => e.value !== undefined);
-  return scoped((s) => {
+  return yield* scoped(client, function* zadd(s) {
     const scores = s.numbers(entries.map((e) => e.score), 'score', 'zadd');
     const members = s.texts(entries.map((e) => e.member), 'member', 'zadd');
     let rc;
     if (withValues) {
       const values = s.texts(entries.map((e) => e.value ?? ''), 'value', 'zadd');
-      rc = kl.kl_zmaddval(client[$handle], k, byteLength(k), scores, members.arr, members.n, members.lens,
+      rc = yield request(kl.kl_zmaddval, client[$handle], k, byteLength(k), scores, members.arr, members.n, members.lens,
         values.arr, values.lens, ttl);
     } else {
-      rc = kl.kl_zmadd(client[$handle], k, byteLength(k), scores, members.arr, members.n, members.lens, ttl);
+      rc = yield request(kl.kl_zmadd, client[$handle], k, byteLength(k), scores, members.arr, members.n, members.lens, ttl);
     }
     return client[$status](rc, 'zadd', key);
   });
@@ -61,12 +61,12 @@ module.exports = methods({
    * ZADD key score member, or ZADD key [{ member, score, value? }, ...] in one call.
    * Entries with values attach them (as zaddval). options.ttl.
    */
-  zadd(key, score, member, options) {
+  * zadd(key, score, member, options) {
     const k = text(key, 'key', 'zadd');
-    if (Array.isArray(score)) return addMany(this, k, key, score, member);
+    if (Array.isArray(score)) return yield* addMany(this, k, key, score, member);
     const ttl = seconds(options?.ttl, 'ttl', 'zadd');
     const m = text(member, 'member', 'zadd');
-    return this[$status](kl.kl_zadd(this[$handle], k, byteLength(k), number(score, 'score', 'zadd'), m, byteLength(m), ttl),
+    return this[$status](yield request(kl.kl_zadd, this[$handle], k, byteLength(k), number(score, 'score', 'zadd'), m, byteLength(m), ttl),
       'zadd', key);
   },
 
@@ -74,12 +74,12 @@ module.exports = methods({
   zaddval: command('kl_zaddval', [KEY, numberOf('score'), MEMBER, VALUE], done(), [TTL]),
 
   /** Raises member's score to score only when higher, and then sets its value: false when it was not higher. */
-  zaddvalmax(key, score, member, value, options) {
+  * zaddvalmax(key, score, member, value, options) {
     const k = text(key, 'key', 'zaddvalmax');
     const m = text(member, 'member', 'zaddvalmax');
     const v = text(value, 'value', 'zaddvalmax');
     const ttl = seconds(options?.ttl, 'ttl', 'zaddvalmax');
-    return this[$status](kl.kl_zaddvalmax(this[$handle], k, byteLength(k), m, byteLength(m), v, byteLength(v),
+    return this[$status](yield request(kl.kl_zaddvalmax, this[$handle], k, byteLength(k), m, byteLength(m), v, byteLength(v),
       number(score, 'score', 'zaddvalmax'), ttl), 'zaddvalmax', key, [codes.KL_ALREADY_EXISTS]);
   },
 
@@ -87,28 +87,28 @@ module.exports = methods({
   zaddmaxinc: command('kl_zaddmaxinc', [KEY, integerOf('n')], done(), [TTL]),
 
   /** Adds member after removing members scored within distance of score: the first removed, or null. */
-  zadddis(key, score, member, distance, options) {
+  * zadddis(key, score, member, distance, options) {
     const k = text(key, 'key', 'zadddis');
     const m = text(member, 'member', 'zadddis');
     const ttl = seconds(options?.ttl, 'ttl', 'zadddis');
     const sc = number(score, 'score', 'zadddis');
     const d = number(distance, 'distance', 'zadddis');
-    return scoped((s) => {
+    return yield* scoped(this, function* zadddis(s) {
       const o = s.value();
-      this[$check](kl.kl_zadddis(this[$handle], k, byteLength(k), sc, m, byteLength(m), d, o.v, ttl), 'zadddis', key);
+      this[$check](yield request(kl.kl_zadddis, this[$handle], k, byteLength(k), sc, m, byteLength(m), d, o.v, ttl), 'zadddis', key);
       return decode(kl.charpp_value_raw(o.v, o.n), options?.buffer);
     });
   },
 
   /** ZREM: for one member true/false, for an array how many were present. */
-  zrem(key, members) {
-    if (!Array.isArray(members)) return removeOne.call(this, key, members);
+  * zrem(key, members) {
+    if (!Array.isArray(members)) return yield* removeOne.call(this, key, members);
     if (members.length === 0) return 0;
     const k = text(key, 'key', 'zrem');
-    return scoped((s) => {
+    return yield* scoped(this, function* zrem(s) {
       const input = s.texts(members, 'member', 'zrem');
       const removed = s.int();
-      const rc = kl.kl_zmrem(this[$handle], k, byteLength(k), input.arr, input.n, input.lens, removed);
+      const rc = yield request(kl.kl_zmrem, this[$handle], k, byteLength(k), input.arr, input.n, input.lens, removed);
       if (resultOf(rc) === NOTFOUND) return 0;
       this[$check](rc, 'zrem', key);
       return kl.intp_value(removed);
@@ -119,31 +119,31 @@ module.exports = methods({
    * ZRANGE by rank. Options: withScores, withValues, reverse, route, buffer.
    * Plain: an array of members; with scores or values: [{ member, score?, value? }].
    */
-  zrange(key, start = 0, stop = -1, options) {
+  * zrange(key, start = 0, stop = -1, options) {
     const a = integer(start, 'start', 'zrange');
     const b = integer(stop, 'stop', 'zrange');
-    return range(this, 'zrange', key, options, (k, kn, out, route, rn, flags) =>
-      kl.kl_zrange_whole(this[$handle], k, kn, a, b, out.m.arr, out.count, out.m.lens, route, rn, flags,
+    return yield* range(this, 'zrange', key, options, (k, kn, out, route, rn, flags) =>
+      request(kl.kl_zrange_whole, this[$handle], k, kn, a, b, out.m.arr, out.count, out.m.lens, route, rn, flags,
         out.scores, out.v.arr, out.v.lens));
   },
 
   /** ZRANGEBYSCORE min max (reverse keeps min and max as they are); options as zrange. */
-  zrangebyscore(key, min = -Infinity, max = Infinity, options) {
+  * zrangebyscore(key, min = -Infinity, max = Infinity, options) {
     const lo = number(min, 'min', 'zrangebyscore');
     const hi = number(max, 'max', 'zrangebyscore');
-    return range(this, 'zrangebyscore', key, options, (k, kn, out, route, rn, flags) =>
-      kl.kl_zrangebyscore_whole(this[$handle], k, kn, lo, hi, out.m.arr, out.count, out.m.lens, route, rn, flags,
+    return yield* range(this, 'zrangebyscore', key, options, (k, kn, out, route, rn, flags) =>
+      request(kl.kl_zrangebyscore_whole, this[$handle], k, kn, lo, hi, out.m.arr, out.count, out.m.lens, route, rn, flags,
         out.scores, out.v.arr, out.v.lens));
   },
 
   /** ZSCORE: the score or null; with options.withValue, { score, value } or null. */
-  zscore(key, member, options) {
+  * zscore(key, member, options) {
     const k = text(key, 'key', 'zscore');
     const m = text(member, 'member', 'zscore');
-    return scoped((s) => {
+    return yield* scoped(this, function* zscore(s) {
       const score = s.double();
       const o = s.value();
-      const rc = kl.kl_zscore(this[$handle], k, byteLength(k), m, byteLength(m), score, o.v, o.n);
+      const rc = yield request(kl.kl_zscore, this[$handle], k, byteLength(k), m, byteLength(m), score, o.v, o.n);
       if (resultOf(rc) === NOTFOUND) return null;
       this[$check](rc, 'zscore', key);
       const sc = kl.doublep_value(score);
@@ -153,13 +153,13 @@ module.exports = methods({
   },
 
   /** ZRANK (ZREVRANK with options.reverse): the rank or null. */
-  zrank(key, member, options) {
+  * zrank(key, member, options) {
     const k = text(key, 'key', 'zrank');
     const m = text(member, 'member', 'zrank');
-    return scoped((s) => {
+    return yield* scoped(this, function* zrank(s) {
       const rank = s.uint();
       const o = s.value();
-      const rc = kl.kl_zrank(this[$handle], k, byteLength(k), m, byteLength(m), rank,
+      const rc = yield request(kl.kl_zrank, this[$handle], k, byteLength(k), m, byteLength(m), rank,
         options?.reverse ? kl.ZSET_REVERSE : kl.ZSET_DEFAULT, o.v, o.n);
       if (resultOf(rc) === NOTFOUND) return null;
       this[$check](rc, 'zrank', key);
@@ -171,14 +171,14 @@ module.exports = methods({
   zcount: command('kl_zcount', [KEY, numberOf('min', -Infinity), numberOf('max', Infinity)], count()),
 
   /** ZINCRBY key increment member: the new score. */
-  zincrby(key, increment, member, options) {
+  * zincrby(key, increment, member, options) {
     const k = text(key, 'key', 'zincrby');
     const m = text(member, 'member', 'zincrby');
     const by = number(increment, 'increment', 'zincrby');
     const ttl = seconds(options?.ttl, 'ttl', 'zincrby');
-    return scoped((s) => {
+    return yield* scoped(this, function* zincrby(s) {
       const score = s.double();
-      this[$check](kl.kl_zincrby(this[$handle], k, byteLength(k), m, byteLength(m), by, score, ttl), 'zincrby', key);
+      this[$check](yield request(kl.kl_zincrby, this[$handle], k, byteLength(k), m, byteLength(m), by, score, ttl), 'zincrby', key);
       return kl.doublep_value(score);
     });
   },

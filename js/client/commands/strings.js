@@ -2,10 +2,10 @@
 // Strings and counters: GET, SET and its conditional forms, APPEND, GETSET,
 // MGET/MSET over every shard, INCR/DECR.
 const { kl, codes, text, byteLength, seconds, pairs, list, scoped, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, NOTFOUND, resultOf } = require('../core.js');
+const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
 const { own } = require('../native.js');
 const {
-  command, methods, KEY, VALUE, integerOf, TTL, ROUTE, done, value, counter, routeOf,
+  command, methods, subcommand, KEY, VALUE, integerOf, TTL, ROUTE, done, value, counter, routeOf,
 } = require('../table.js');
 
 // kl_set_binary_if's conditions.
@@ -19,8 +19,8 @@ const store = (fn, ...soft) => command(fn, [KEY, VALUE], done(...soft), [TTL]);
 module.exports = methods({
   get: command('kl_get_whole', [KEY], value(), [ROUTE]),
 
-  getBuffer(key, options) {
-    return this.get(key, { ...options, buffer: true });
+  * getBuffer(key, options) {
+    return yield* subcommand(this, 'get', key, { ...options, buffer: true });
   },
 
   /**
@@ -28,28 +28,28 @@ module.exports = methods({
    * when absent), xx (only when present), route (store on the routing string's
    * server; not with ttl). Returns true, or false when nx/xx prevented the write.
    */
-  set(key, value, options) {
+  * set(key, value, options) {
     const ttl = seconds(options?.ttl, 'ttl', 'set');
     const binary = value instanceof Uint8Array;
-    if (options?.nx && !binary) return this.setnx(key, value, { ttl: options.ttl });
-    if (options?.xx && !binary) return this.setifx(key, value, { ttl: options.ttl });
+    if (options?.nx && !binary) return yield* subcommand(this, 'setnx', key, value, { ttl: options.ttl });
+    if (options?.xx && !binary) return yield* subcommand(this, 'setifx', key, value, { ttl: options.ttl });
     const k = text(key, 'key', 'set');
     if (options?.route !== undefined && options.route !== '') {
       if (ttl > 0) throw new TypeError('keyloom set: route and ttl cannot be combined');
-      this.getset(key, value, { route: options.route });
+      yield* subcommand(this, 'getset', key, value, { route: options.route });
       return true;
     }
     if (binary) {
       const bytes = Buffer.isBuffer(value) ? value : Buffer.from(value.buffer, value.byteOffset, value.byteLength);
       // One byte per character, copied for the library, which takes the copy over.
       const condition = options?.nx ? SET_IF_ABSENT : options?.xx ? SET_IF_PRESENT : SET_ALWAYS;
-      const rc = own.kl_set_binary_if(this[$handle], k, byteLength(k), bytes.toString('latin1'), bytes.length, ttl,
-        condition);
+      const rc = yield request(own.kl_set_binary_if, this[$handle], k, byteLength(k), bytes.toString('latin1'),
+        bytes.length, ttl, condition);
       const soft = condition === SET_IF_ABSENT ? [codes.KL_ALREADY_EXISTS] : condition === SET_IF_PRESENT ? [NOTFOUND] : undefined;
       return this[$status](rc, 'set', key, soft);
     }
     const v = text(value, 'value', 'set');
-    return this[$status](kl.kl_set(this[$handle], k, byteLength(k), v, byteLength(v), ttl), 'set', key);
+    return this[$status](yield request(kl.kl_set, this[$handle], k, byteLength(k), v, byteLength(v), ttl), 'set', key);
   },
 
   /** SET NX: true when set, false when the key already existed. */
@@ -65,16 +65,16 @@ module.exports = methods({
    * MGET over every shard: one value (or null) per key, in the keys' order.
    * Options: buffer, route, bestEffort (nulls for unreachable shards instead of an error).
    */
-  mget(keys, options) {
+  * mget(keys, options) {
     list(keys, 'keys', 'mget');
     if (keys.length === 0) return [];
     const route = routeOf(options, 'mget');
     const policy = options?.bestEffort ? kl.KL_BEST_EFFORT_ON_FAIL : kl.KL_NULL_ON_FAIL;
-    return scoped((s) => {
+    return yield* scoped(this, function* mget(s) {
       const input = s.texts(keys, 'key', 'mget');
       const count = s.count();
       const o = s.strings(count);
-      const rc = kl.kl_mget_whole(this[$handle], input.arr, input.n, input.lens, o.arr, count, o.lens,
+      const rc = yield request(kl.kl_mget_whole, this[$handle], input.arr, input.n, input.lens, o.arr, count, o.lens,
         route, byteLength(route), policy);
       if (!(options?.bestEffort && resultOf(rc) === codes.KL_PARTIAL_RESULT)) this[$check](rc, 'mget');
       const n = countOf(count);
@@ -85,17 +85,17 @@ module.exports = methods({
   },
 
   /** MSET of an object, a Map or [key, value] pairs; options.ttl gives every key a TTL. */
-  mset(entries, options) {
+  * mset(entries, options) {
     const all = pairs(entries, 'entries', 'mset');
     if (all.length === 0) return true;
     const ttl = seconds(options?.ttl, 'ttl', 'mset');
-    return scoped((s) => {
+    return yield* scoped(this, function* mset(s) {
       const keys = s.texts(all.map((p) => p[0]), 'key', 'mset');
       const values = s.texts(all.map((p) => p[1]), 'value', 'mset');
       const h = this[$handle];
-      const rc = ttl > 0
-        ? kl.kl_msetex(h, keys.arr, keys.n, keys.lens, values.arr, values.lens, s.sizes(all.map(() => ttl)))
-        : kl.kl_mset(h, keys.arr, keys.n, keys.lens, values.arr, values.lens);
+      const rc = yield (ttl > 0
+        ? request(kl.kl_msetex, h, keys.arr, keys.n, keys.lens, values.arr, values.lens, s.sizes(all.map(() => ttl)))
+        : request(kl.kl_mset, h, keys.arr, keys.n, keys.lens, values.arr, values.lens));
       return this[$status](rc, 'mset');
     });
   },

@@ -1,12 +1,11 @@
 // The wrapper pattern, written once.
 //
 // Wrapper<Name, Fn, Result, Kinds...>::Call is the V8 callback of one exported
-// function: it checks the exact argument count, converts argument i by kind i,
-// in order, stops at the first failure (raising the message of that argument
-// and leaving the copies made before it allocated), calls Fn once, turns its
-// result into the return value by Result, and releases each kind's slot in
-// argument order. The kinds must spell the C declaration of Fn exactly; a
-// mismatch does not compile.
+// function: it converts the arguments (Arguments: the exact count, argument i
+// by kind i), calls Fn once, turns its result into the return value by
+// Result, and releases each kind's slot in argument order. The kinds must
+// spell the C declaration of Fn exactly; a mismatch does not compile. The
+// client's pipelined calls (native/client-addon) convert the same way.
 #pragma once
 
 #include <v8.h>
@@ -40,29 +39,39 @@ struct FunctionEntry {
   v8::FunctionCallback callback;
 };
 
-template <FixedString Name, auto Fn, class Result, class... Kinds>
-struct Wrapper {
-  using Traits = FnTraits<decltype(Fn)>;
-  static_assert(std::is_same_v<typename Traits::args, TypeList<typename Kinds::c_type...>>,
-                "the argument kinds of this wrapper do not spell the C declaration of its "
-                "function (include/keyloom.h)");
-  static_assert(std::is_same_v<typename Traits::ret, typename Result::c_type>,
-                "the result kind of this wrapper does not match the C result type");
-
+// The arguments of one function: the exact count, each converted by its kind
+// in order, stopping at the first failure (raising the message of that
+// argument and leaving the copies made before it allocated), and each kind's
+// release after a completed call.
+template <FixedString Name, class... Kinds>
+struct Arguments {
+  using Slots = std::tuple<typename Kinds::slot...>;
   static constexpr int kArity = static_cast<int>(sizeof...(Kinds));
   // The message type texts, read only on the failure path.
   static constexpr const char* kTexts[sizeof...(Kinds) + 1] = {Kinds::text..., nullptr};
 
-  static void Call(const v8::FunctionCallbackInfo<v8::Value>& info) {
-    Run(info, std::index_sequence_for<Kinds...>{});
+  // False when the call must not go on: the exception is raised.
+  [[gnu::always_inline]] static inline bool Convert(const v8::FunctionCallbackInfo<v8::Value>& info,
+                                                    Slots& slots) {
+    return ConvertAll(info, slots, std::index_sequence_for<Kinds...>{});
+  }
+
+  // Fn called with the converted values.
+  template <auto Fn>
+  [[gnu::always_inline]] static inline auto Apply(const Slots& slots) {
+    return std::apply([](const auto&... slot) { return Fn(Kinds::get(slot)...); }, slots);
+  }
+
+  static void Release(Slots& slots) {
+    std::apply([](auto&... slot) { (Kinds::release(slot), ...); }, slots);
   }
 
  private:
   template <class Kind, size_t I>
-  [[gnu::always_inline]] static inline bool Convert(v8::Isolate* isolate,
-                                                    const v8::FunctionCallbackInfo<v8::Value>& info,
-                                                    typename Kind::slot& slot, int& code,
-                                                    int& failed) {
+  [[gnu::always_inline]] static inline bool ConvertOne(v8::Isolate* isolate,
+                                                       const v8::FunctionCallbackInfo<v8::Value>& info,
+                                                       typename Kind::slot& slot, int& code,
+                                                       int& failed) {
     int r = Kind::convert(isolate, info[static_cast<int>(I)], slot);
     if (r == 0) [[likely]] {
       return true;
@@ -82,28 +91,53 @@ struct Wrapper {
   }
 
   template <size_t... I>
-  [[gnu::always_inline]] static inline void Run(const v8::FunctionCallbackInfo<v8::Value>& info,
-                                                std::index_sequence<I...>) {
+  [[gnu::always_inline]] static inline bool ConvertAll(const v8::FunctionCallbackInfo<v8::Value>& info,
+                                                       Slots& slots, std::index_sequence<I...>) {
     if (info.Length() != kArity) [[unlikely]] {
       RaiseArity(Name.s);
-      return;
+      return false;
     }
     [[maybe_unused]] v8::Isolate* isolate = info.GetIsolate();
-    std::tuple<typename Kinds::slot...> slots{};
     [[maybe_unused]] int code = 0;
     [[maybe_unused]] int failed = 0;
     // && folds left to right and stops at the first failure.
-    if (!(Convert<Kinds, I>(isolate, info, std::get<I>(slots), code, failed) && ...)) [[unlikely]] {
+    if (!(ConvertOne<Kinds, I>(isolate, info, std::get<I>(slots), code, failed) && ...)) [[unlikely]] {
       (Abandon<Kinds>(std::get<I>(slots), static_cast<int>(I) < failed), ...);
       RaiseArgument(code, Name.s, failed + 1, kTexts[failed]);
+      return false;
+    }
+    return true;
+  }
+};
+
+// Checks at compile time that the kinds spell the C declaration of Fn.
+template <auto Fn, class Result, class... Kinds>
+struct Spelled {
+  using Traits = FnTraits<decltype(Fn)>;
+  static_assert(std::is_same_v<typename Traits::args, TypeList<typename Kinds::c_type...>>,
+                "the argument kinds of this wrapper do not spell the C declaration of its "
+                "function (include/keyloom.h)");
+  static_assert(std::is_same_v<typename Traits::ret, typename Result::c_type>,
+                "the result kind of this wrapper does not match the C result type");
+  static constexpr bool value = true;
+};
+
+template <FixedString Name, auto Fn, class Result, class... Kinds>
+struct Wrapper {
+  static_assert(Spelled<Fn, Result, Kinds...>::value);
+  using Args = Arguments<Name, Kinds...>;
+
+  static void Call(const v8::FunctionCallbackInfo<v8::Value>& info) {
+    typename Args::Slots slots{};
+    if (!Args::Convert(info, slots)) [[unlikely]] {
       return;
     }
-    if constexpr (std::is_void_v<typename Traits::ret>) {
-      Fn(Kinds::get(std::get<I>(slots))...);
+    if constexpr (std::is_void_v<typename FnTraits<decltype(Fn)>::ret>) {
+      Args::template Apply<Fn>(slots);
     } else {
-      Result::Set(info, isolate, Fn(Kinds::get(std::get<I>(slots))...));
+      Result::Set(info, info.GetIsolate(), Args::template Apply<Fn>(slots));
     }
-    (Kinds::release(std::get<I>(slots)), ...);
+    Args::Release(slots);
   }
 };
 
@@ -113,5 +147,7 @@ struct Wrapper {
 // KL_EXPORT(exported name, C function, result kind, argument kinds...)
 #define KL_EXPORT(NAME, FN, RESULT, ...) \
   ::keyloom::FunctionEntry{#NAME, &::keyloom::Wrapper<#NAME, &FN, RESULT __VA_OPT__(, ) __VA_ARGS__>::Call}
+// A library command exported under another name, returning its code.
+#define KL_CMD_AS(NAME, FN, ...) KL_EXPORT(NAME, FN, RCode, __VA_ARGS__)
 // A library command under its own name, returning its code.
-#define KL_CMD(FN, ...) KL_EXPORT(FN, FN, RCode, __VA_ARGS__)
+#define KL_CMD(FN, ...) KL_CMD_AS(FN, FN, __VA_ARGS__)

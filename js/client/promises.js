@@ -1,0 +1,234 @@
+'use strict';
+// The promise client: require('keyloom/promises'). The same commands as
+// keyloom/client (the same generator methods, commands/), each returning a
+// Promise. A command's library calls go to the client's pipeline
+// (keyloom_client.node): a thread of the client's own on which calls wait for
+// their servers, so this thread never does. The calls made in one tick are
+// handed over together, and the pipeline sends them to each server in one
+// write.
+const { kl, own } = require('./native.js');
+const { codes, KeyloomError } = require('./support.js');
+const { ClientCore, $handle, $failure, $destroy, failureFields } = require('./core.js');
+const { prepareClient, setupCommands, isServersDown } = require('./options.js');
+const { commands } = require('./commands/index.js');
+
+// The pipelined form of every library function a command may call.
+const pipelinedOf = new Map();
+for (const [name, pipelined] of Object.entries(own.pipelined)) {
+  const fn = kl[name] ?? own[name];
+  if (typeof fn === 'function') pipelinedOf.set(fn, pipelined);
+}
+
+const NO_FAILURE = Object.freeze({});
+const $run = Symbol('keyloom.run');
+const DEFAULT_MAX_QUEUED = 100000;
+
+// Options each command of the promise client takes besides its own.
+const CALL_OPTIONS = ['signal', 'timeoutMs'];
+
+function abortError(signal) {
+  return signal.reason ?? Object.assign(new Error('This operation was aborted'), { name: 'AbortError', code: 'ABORT_ERR' });
+}
+
+class KeyloomClient extends ClientCore {
+  #inFlight = 0;
+  #drained = null; // resolves close() once nothing is in flight
+  #closing = null;
+  #failure = NO_FAILURE;
+  #flushQueued = false;
+  #maxQueued;
+  #settings;
+  #flush = () => {
+    this.#flushQueued = false;
+    if (!this.closed) own.pipeline_flush(this[$handle]);
+  };
+
+  constructor(handle, onDirty, sharded, settings) {
+    super(handle, onDirty, sharded);
+    this.#settings = settings;
+    this.#maxQueued = settings.maxQueued ?? DEFAULT_MAX_QUEUED;
+    if (own.pipeline_start(handle) !== 0) {
+      this[$destroy]();
+      throw new KeyloomError(codes.KL_PTHREAD_OP_FAILURE, { command: 'createClient' });
+    }
+    /** Settles when the credentials and database given to createClient are in place on the servers that answered. */
+    this.ready = this.#setUp();
+    this.ready.catch(() => {}); // a failure is the commands' to report too; ready only tells it
+  }
+
+  async #setUp() {
+    for (const [name, args] of setupCommands(this.#settings)) {
+      try {
+        await this[name](...args);
+      } catch (err) {
+        if (!isServersDown(err)) throw err;
+      }
+    }
+  }
+
+  [$failure]() {
+    return this.#failure;
+  }
+
+  // A library call through the pipeline: resolves with its code.
+  #submit(fn, args, timeoutMs) {
+    const pipelined = pipelinedOf.get(fn);
+    if (pipelined === undefined) throw new Error(`keyloom: ${fn.name} has no pipelined form`);
+    const h = this[$handle];
+    if (timeoutMs) own.pipeline_timeout(h, timeoutMs);
+    let pending;
+    try {
+      pending = pipelined(...args);
+    } finally {
+      if (timeoutMs) own.pipeline_timeout(h, 0);
+    }
+    if (!this.#flushQueued) {
+      this.#flushQueued = true;
+      queueMicrotask(this.#flush);
+    }
+    return pending;
+  }
+
+  // Drives a command: each library call it yields goes to the pipeline, and
+  // the command resumes with the code when the call is done.
+  async #drive(command, timeoutMs) {
+    let step = command.next();
+    while (!step.done) {
+      const { fn, args } = step.value;
+      let outcome;
+      try {
+        outcome = await this.#submit(fn, args, timeoutMs);
+      } catch (err) {
+        step = command.throw(err);
+        continue;
+      }
+      let rc = outcome;
+      if (typeof outcome === 'number') {
+        this.#failure = NO_FAILURE;
+      } else {
+        rc = outcome[0];
+        this.#failure = failureFields(outcome[1], outcome[2], outcome[3]);
+      }
+      step = command.next(rc);
+    }
+    return step.value;
+  }
+
+  // Runs the command `command` (a checked generator method) with args.
+  [$run](command, args) {
+    if (this.#closing !== null || this.closed) {
+      return Promise.reject(new KeyloomError(codes.KL_INVALID_CLIENT, { message: 'keyloom: the client is closed' }));
+    }
+    if (this.#inFlight >= this.#maxQueued) {
+      return Promise.reject(new KeyloomError(codes.KL_MEMORY_FAILURE, {
+        message: `keyloom: ${this.#inFlight} commands are in flight already (maxQueued ${this.#maxQueued}); wait for some to settle`,
+      }));
+    }
+    const { signal, timeoutMs, rest } = callOptions(args);
+    if (signal?.aborted) return Promise.reject(abortError(signal));
+    let running;
+    try {
+      running = this.#drive(command.apply(this, rest), timeoutMs);
+    } catch (err) {
+      return Promise.reject(err);
+    }
+    this.#inFlight++;
+    const settled = running.finally(() => {
+      if (--this.#inFlight === 0 && this.#drained) this.#drained();
+    });
+    if (!signal) return settled;
+    // An abort settles the caller's Promise at once; the command itself, if it
+    // was handed over already, still runs to its end and its answer is dropped.
+    return new Promise((resolve, reject) => {
+      const onAbort = () => reject(abortError(signal));
+      signal.addEventListener('abort', onAbort, { once: true });
+      settled.then(resolve, reject).finally(() => signal.removeEventListener('abort', onAbort));
+    });
+  }
+
+  /**
+   * Waits for the commands in flight, then closes the connections and frees
+   * the client. Commands made after close() reject with KL_INVALID_CLIENT.
+   */
+  close() {
+    if (this.#closing === null) {
+      this.#closing = new Promise((resolve) => {
+        if (this.#inFlight === 0) resolve();
+        else this.#drained = resolve;
+      }).then(() => this[$destroy]());
+    }
+    return this.#closing;
+  }
+
+  /** A new promise client made from the options given to createClient. */
+  duplicate() {
+    return createClient(this.#settings);
+  }
+}
+
+// Splits the per-call options (signal, timeoutMs) off a command's last
+// argument, which is then passed on without them (or not at all when they
+// were all it held).
+function callOptions(args) {
+  const last = args[args.length - 1];
+  if (last === null || typeof last !== 'object' || Array.isArray(last) || last instanceof Uint8Array ||
+      !CALL_OPTIONS.some((name) => Object.prototype.hasOwnProperty.call(last, name))) {
+    return { rest: args };
+  }
+  const { signal, timeoutMs, ...others } = last;
+  if (signal !== undefined && !(signal instanceof AbortSignal)) {
+    throw new TypeError('keyloom: the signal option must be an AbortSignal');
+  }
+  if (timeoutMs !== undefined && !(Number.isInteger(timeoutMs) && timeoutMs > 0 && timeoutMs <= 0xffffffff)) {
+    throw new TypeError('keyloom: timeoutMs must be a whole number of milliseconds > 0');
+  }
+  const rest = args.slice(0, -1);
+  if (Object.keys(others).length > 0) rest.push(others);
+  return { signal, timeoutMs, rest };
+}
+
+for (const [name, command] of commands) {
+  if (name in KeyloomClient.prototype) throw new Error(`keyloom: ${name} is also a member of the promise client`);
+  const method = function run(...args) {
+    try {
+      return this[$run](command, args);
+    } catch (err) {
+      return Promise.reject(err);
+    }
+  };
+  Object.defineProperty(method, 'name', { value: name });
+  Object.defineProperty(KeyloomClient.prototype, name, {
+    value: method, writable: true, enumerable: false, configurable: true,
+  });
+}
+
+if (typeof Symbol.asyncDispose === 'symbol') {
+  KeyloomClient.prototype[Symbol.asyncDispose] = function asyncDispose() { return this.close(); };
+}
+
+/**
+ * Makes a promise client: the options of keyloom/client's createClient, and
+ * maxQueued (the most commands in flight at once, 100000 by default; one more
+ * rejects at once). It returns at once; `client.ready` settles when the
+ * password and db are in place.
+ */
+function createClient(options = {}) {
+  const prepared = prepareClient(options, { shared: true, extra: ['maxQueued'] });
+  const settings = prepared.options;
+  if (settings.maxQueued !== undefined && !(Number.isInteger(settings.maxQueued) && settings.maxQueued > 0)) {
+    kl.kl_client_destroy(prepared.handle);
+    throw new TypeError('keyloom createClient: maxQueued must be a whole number > 0');
+  }
+  return new KeyloomClient(prepared.handle, settings.onDirty, prepared.sharded, settings);
+}
+
+module.exports = {
+  createClient,
+  KeyloomError,
+  KeyloomClient,
+  codes,
+  /** The library's version, "major.minor.patch". */
+  get version() {
+    return kl.kl_get_version();
+  },
+};

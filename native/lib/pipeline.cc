@@ -1,0 +1,214 @@
+// kl_pipeline: a client's own thread that runs library calls on fibers, a
+// round at a time. Each call of a round runs until it needs replies
+// (exchange() suspends it with its batches), then the round sends the
+// batches of every suspended call together: one write per server, replies
+// read back in the order the commands went out. The calls resume with their
+// replies and either finish or suspend again for a next exchange.
+//
+// What belongs to one call (its deadline, its first failure, its nesting
+// depth and time budget) lives on the client record while the call runs; a
+// round swaps it in and out with each call it resumes or whose batches it
+// reads.
+#include <pthread.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "client.h"
+#include "exchange.h"
+#include "internal.h"
+#include "pipeline.h"
+
+namespace keyloom {
+
+namespace {
+
+// The most calls one round runs at once: each holds a fiber stack.
+constexpr size_t kRoundCalls = 1024;
+
+// One call of a round.
+struct Call {
+  kl_job job{};
+  Fiber fiber;
+  // The call's own part of the client record while it is suspended.
+  Clock::time_point deadline{};
+  CallFailure failure;
+  int call_depth = 0;
+  // The exchange it waits for.
+  Batch *batches = nullptr;
+  size_t batch_count = 0;
+};
+
+thread_local Call *running_call = nullptr;
+
+void call_entry(void *arg) {
+  Call *call = static_cast<Call *>(arg);
+  call->job.run(call->job.data);
+}
+
+// Puts call's part of the record on the client, or takes it back.
+void swap_in(kl_client *client, Call &call) {
+  client->deadline = call.deadline;
+  std::swap(client->last_failure, call.failure);
+  client->call_depth = call.call_depth;
+  client->call_timeout_ms = call.job.timeout_ms;
+}
+void swap_out(kl_client *client, Call &call) {
+  call.deadline = client->deadline;
+  std::swap(client->last_failure, call.failure);
+  call.call_depth = client->call_depth;
+  client->call_timeout_ms = 0;
+}
+
+void resume(kl_client *client, Call &call) {
+  swap_in(client, call);
+  running_call = &call;
+  call.fiber.resume();
+  running_call = nullptr;
+  swap_out(client, call);
+}
+
+// Every step of an exchange over the batches of every waiting call, each
+// step with the call's own deadline and failure record.
+void exchange_together(kl_client *client, const std::vector<Call *> &waiting) {
+  ++client->exchange_round;
+  for (auto step : {exchange_queue, exchange_send, exchange_read, exchange_settle}) {
+    for (Call *call : waiting) {
+      swap_in(client, *call);
+      for (size_t k = 0; k < call->batch_count; ++k) step(client, call->batches[k]);
+      swap_out(client, *call);
+    }
+  }
+}
+
+}  // namespace
+
+void await_round(Batch *batches, size_t n) {
+  Call *call = running_call;
+  call->batches = batches;
+  call->batch_count = n;
+  Fiber::suspend();
+}
+
+}  // namespace keyloom
+
+using keyloom::Call;
+
+struct kl_pipeline {
+  kl_client *client = nullptr;
+  std::thread thread;
+  std::mutex mutex;
+  std::condition_variable wake;
+  std::deque<kl_job> queue;  // handed over, not started
+  bool stopping = false;
+
+  void main();
+  void run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n);
+};
+
+// Runs n calls to the end. The round holds the client's lock: under
+// KL_FLAG_SHARED, other threads' calls wait for it.
+void kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n) {
+  std::vector<Call *> unstarted;  // no stack to be had: run plainly after the round
+  {
+    keyloom::ClientLock lock(client->mutex);
+    std::vector<Call *> waiting;
+    for (size_t i = 0; i < n; ++i) {
+      Call &call = *calls[i];
+      call.failure = {};
+      call.call_depth = 0;
+      call.batches = nullptr;
+      call.batch_count = 0;
+      if (!call.fiber.prepare(keyloom::call_entry, &call)) {
+        unstarted.push_back(&call);
+        continue;
+      }
+      keyloom::resume(client, call);
+    }
+    for (;;) {
+      waiting.clear();
+      for (size_t i = 0; i < n; ++i)
+        if (!calls[i]->fiber.finished() && calls[i]->batch_count) waiting.push_back(calls[i].get());
+      if (waiting.empty()) break;
+      keyloom::exchange_together(client, waiting);
+      for (Call *call : waiting) {
+        call->batches = nullptr;
+        call->batch_count = 0;
+        keyloom::resume(client, *call);
+      }
+    }
+  }
+  for (Call *call : unstarted) {
+    client->call_timeout_ms = call->job.timeout_ms;
+    call->job.run(call->job.data);
+    client->call_timeout_ms = 0;
+  }
+}
+
+void kl_pipeline::main() {
+  // Signals are the process's business, not this thread's.
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+  std::vector<std::unique_ptr<Call>> calls;
+  for (;;) {
+    size_t n = 0;
+    {
+      std::unique_lock<std::mutex> lock(mutex);
+      wake.wait(lock, [this] { return !queue.empty() || stopping; });
+      if (queue.empty()) return;
+      n = std::min(queue.size(), keyloom::kRoundCalls);
+      while (calls.size() < n) calls.push_back(std::make_unique<Call>());
+      for (size_t i = 0; i < n; ++i) {
+        calls[i]->job = queue.front();
+        queue.pop_front();
+      }
+    }
+    run_round(calls, n);
+  }
+}
+
+kl_pipeline *kl_pipeline_start(kl_client *client) {
+  if (!client) return nullptr;
+  auto *pipeline = new (std::nothrow) kl_pipeline();
+  if (!pipeline) return nullptr;
+  pipeline->client = client;
+  try {
+    pipeline->thread = std::thread([pipeline] { pipeline->main(); });
+  } catch (...) {
+    delete pipeline;
+    return nullptr;
+  }
+  return pipeline;
+}
+
+kl_return_t kl_pipeline_submit(kl_pipeline *pipeline, const kl_job *jobs, size_t n) {
+  if (!pipeline) return KL_INVALID_CLIENT;
+  if (n == 0) return KL_SUCCESS;
+  if (!jobs) return KL_INVALID_PARAMETER;
+  try {
+    std::lock_guard<std::mutex> lock(pipeline->mutex);
+    pipeline->queue.insert(pipeline->queue.end(), jobs, jobs + n);
+  } catch (...) {
+    return KL_MEMORY_FAILURE;
+  }
+  pipeline->wake.notify_one();
+  return KL_SUCCESS;
+}
+
+void kl_pipeline_stop(kl_pipeline *pipeline) {
+  if (!pipeline) return;
+  {
+    std::lock_guard<std::mutex> lock(pipeline->mutex);
+    pipeline->stopping = true;
+  }
+  pipeline->wake.notify_one();
+  pipeline->thread.join();
+  delete pipeline;
+}
