@@ -3,7 +3,12 @@
 // ports (stopped by pid when the file's tests end) and clients made against them.
 // The addon comes from KEYLOOM_BUILD_DIR (see test/helpers/paths.js), which
 // index.js honours as well.
-const { after } = require('node:test');
+//
+// The suites run each case once per client kind: the synchronous client and the
+// promise client take the same options and calls and give the same answers, so
+// a case awaits every call (harmless on a plain value) and one set of cases
+// covers both.
+const { after, describe } = require('node:test');
 const paths = require('../helpers/paths.js');
 const { startRedis } = require('../../scripts/local-redis.js');
 
@@ -14,7 +19,8 @@ const kl = require('keyloom');
 const running = new Set();
 const clients = new Set();
 after(async () => {
-  for (const c of clients) c.close();
+  // A promise client's close() settles once its commands in flight are done.
+  await Promise.all([...clients].map((c) => c.close()));
   clients.clear();
   await Promise.all([...running].map((s) => s.stop()));
   running.clear();
@@ -33,11 +39,30 @@ async function servers(n = 1, options = {}) {
 
 const address = (s) => `${s.host}:${s.port}`;
 
-/** A client for the given servers, closed after the file's tests. */
-function client(list, options = {}) {
-  const c = keyloom.createClient({ servers: list.map(address), connectTimeoutMs: 2000, reconnectMs: 200, ...options });
+/** A client of the given module for the given servers, closed after the file's tests. */
+function clientOf(module, list, options = {}) {
+  const c = module.createClient({ servers: list.map(address), connectTimeoutMs: 2000, reconnectMs: 200, ...options });
   clients.add(c);
   return c;
 }
 
-module.exports = { keyloom, kl, servers, client, address, startRedis };
+/** A synchronous client for the given servers, closed after the file's tests. */
+const client = (list, options) => clientOf(keyloom, list, options);
+
+/** One client kind: its name, its module, the module's path (for worker threads) and its client(). */
+function kindOf(name, id) {
+  const module = require(id);
+  return { name, keyloom: module, path: require.resolve(id), client: (list, options) => clientOf(module, list, options) };
+}
+
+const kinds = [
+  kindOf('sync', 'keyloom/client'),
+  // kindOf('promises', 'keyloom/promises'),
+];
+
+/** Runs body(kind) inside describe(kind.name) for every client kind. */
+function forEachKind(body) {
+  for (const kind of kinds) describe(kind.name, () => body(kind));
+}
+
+module.exports = { keyloom, kl, kinds, forEachKind, servers, client, address, startRedis };
