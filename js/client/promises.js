@@ -56,10 +56,14 @@ class KeyloomClient extends ClientCore {
     this.ready.catch(() => {}); // a failure is the commands' to report too; ready only tells it
   }
 
+  // AUTH and SELECT, made before any command of the caller's: the pipeline
+  // keeps the order of what it is given, so every later command finds them
+  // in place.
   async #setUp() {
-    for (const [name, args] of setupCommands(this.#settings)) {
+    const steps = setupCommands(this.#settings).map(([name, args]) => this[name](...args));
+    for (const step of steps) {
       try {
-        await this[name](...args);
+        await step;
       } catch (err) {
         if (!isServersDown(err)) throw err;
       }

@@ -3,7 +3,7 @@
 // TypeError, and a closed client.
 const test = require('node:test');
 const assert = require('node:assert/strict');
-const { servers, forEachKind, kl, address } = require('./support.js');
+const { servers, forEachKind, kl, address, ready } = require('./support.js');
 
 test("the client's own native entry points take the exact layer's proxies and check arguments as it does", () => {
   const own = require(require('../helpers/paths.js').clientAddonPath);
@@ -79,7 +79,7 @@ forEachKind((kind) => {
     const [locked] = await servers(1, { password: 'right-one' });
     let caught;
     try {
-      createClient({ servers: [address(locked)], password: 'not-the-secret-xyz' });
+      await ready(kind, { servers: [address(locked)], password: 'not-the-secret-xyz' });
     } catch (err) {
       caught = err;
     }
@@ -327,11 +327,11 @@ forEachKind((kind) => {
 
   test('a password in a redis:// URL authenticates and never shows in an error', async () => {
     const [locked] = await servers(1, { password: 'hunter2' });
-    const c = createClient({ url: `redis://:hunter2@${address(locked)}` });
+    const c = await ready(kind, { url: `redis://:hunter2@${address(locked)}` });
     await c.set('k', 'v');
     assert.equal(await c.get('k'), 'v');
     await c.close();
-    assert.throws(() => createClient({ url: `redis://:wrong-hunter3@${address(locked)}` }), (e) =>
+    await assert.rejects(() => ready(kind, { url: `redis://:wrong-hunter3@${address(locked)}` }), (e) =>
       e instanceof KeyloomError && !/hunter/.test(`${e.message} ${e.stack}`));
   });
 

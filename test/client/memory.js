@@ -23,7 +23,8 @@ const RSS_LIMIT_MB = /libasan/.test(process.env.LD_PRELOAD || '') ? 64 : 16;
 const mean = (xs) => xs.reduce((a, b) => a + b, 0) / xs.length;
 
 /**
- * Calls step(i) for i = 0 .. total-1, stopping early at capMs; samples memory
+ * Calls step(i) for i = 0 .. total-1 (awaiting it when it returns a Promise),
+ * stopping early at capMs; samples memory
  * every `every` steps. Resolves to { done, early, late, samples } where early and
  * late are the mean rss/external over the samples of the second fifth and the
  * last fifth of the steps done (the first fifth is warm-up).
@@ -34,7 +35,10 @@ async function measure({ total, capMs, every }, step) {
   let done = 0;
   while (done < total && Date.now() - start < capMs) {
     const end = Math.min(total, done + every);
-    for (; done < end; done++) step(done);
+    for (; done < end; done++) {
+      const pending = step(done);
+      if (pending) await pending;
+    }
     samples.push({ at: done, ...sample() });
     await new Promise((r) => setImmediate(r)); // let the test runner breathe
   }

@@ -57,12 +57,29 @@ function kindOf(name, id) {
 
 const kinds = [
   kindOf('sync', 'keyloom/client'),
-  // kindOf('promises', 'keyloom/promises'),
+  kindOf('promises', 'keyloom/promises'),
 ];
+
+/**
+ * A client of the kind made as an application makes it: the synchronous client's
+ * createClient throws when the servers refuse the password or db; the promise
+ * client's returns at once and its `ready` rejects. Either way this throws.
+ */
+async function ready(kind, options) {
+  const c = kind.keyloom.createClient(options);
+  if (c.ready === undefined) return c;
+  try {
+    await c.ready;
+  } catch (err) {
+    await c.close();
+    throw err;
+  }
+  return c;
+}
 
 /** Runs body(kind) inside describe(kind.name) for every client kind. */
 function forEachKind(body) {
   for (const kind of kinds) describe(kind.name, () => body(kind));
 }
 
-module.exports = { keyloom, kl, kinds, forEachKind, servers, client, address, startRedis };
+module.exports = { keyloom, kl, kinds, forEachKind, ready, servers, client, address, startRedis };
