@@ -7,7 +7,7 @@ const { spawnSync } = require('node:child_process');
 const path = require('node:path');
 const paths = require('../helpers/paths.js');
 
-const examples = ['demo.js', 'cache.js', 'leaderboard.js', 'autocomplete.js', 'routing.js'];
+const examples = ['demo.js', 'cache.js', 'leaderboard.js', 'autocomplete.js', 'routing.js', 'service.js'];
 
 const net = require('node:net');
 
