@@ -24,14 +24,10 @@ test("the client's own native entry points take the exact layer's proxies and ch
   }
 });
 
-forEachKind((kind) => {
+forEachKind(async (kind) => {
   const { KeyloomError, createClient, codes } = kind.keyloom;
-  let db;
-  let server;
-  test.before(async () => {
-    [server] = await servers(1);
-    db = kind.client([server]);
-  });
+  const [server] = await servers(1);
+  const db = kind.client([server]);
   test.beforeEach(async () => { await db.flushdb(); });
 
   test('a wrong-type operation fails with KeyloomError KL_SERVER_ERROR with the library text', async () => {
