@@ -191,7 +191,7 @@ forEachKind(async (kind) => {
     assert.deepEqual(await db.lrange('nums:sorted'), ['1', '2', '3']);
   });
 
-  test('the library version is major.minor.patch', async () => {
+  test('the library version is major.minor.patch', () => {
     assert.match(kind.keyloom.version, /^\d+\.\d+\.\d+$/);
   });
 });

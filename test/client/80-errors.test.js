@@ -92,7 +92,7 @@ forEachKind(async (kind) => {
     await assert.rejects(async () => db.incr('l'), (e) => e.codeName === 'KL_SERVER_ERROR');
   });
 
-  test('codes maps every result name to its number', async () => {
+  test('codes maps every result name to its number', () => {
     assert.equal(codes.KL_SUCCESS, 0);
     assert.equal(codes.KL_NOTFOUND, kl.KL_NOTFOUND);
     assert.equal(codes.KL_ALL_GROUP_SERVERS_DOWN, kl.KL_ALL_GROUP_SERVERS_DOWN);
