@@ -57,6 +57,7 @@ function kindOf(name, id) {
 
 const kinds = [
   kindOf('sync', 'keyloom/client'),
+  // The promise client joins here once require('keyloom/promises') exists:
   // kindOf('promises', 'keyloom/promises'),
 ];
 
