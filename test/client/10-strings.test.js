@@ -5,12 +5,8 @@ const test = require('node:test');
 const assert = require('node:assert/strict');
 const { servers, forEachKind } = require('./support.js');
 
-forEachKind((kind) => {
-  let db;
-  test.before(async () => {
-    const list = await servers(1);
-    db = kind.client(list);
-  });
+forEachKind(async (kind) => {
+  const db = kind.client(await servers(1));
   test.beforeEach(async () => { await db.flushdb(); });
 
   test('set then get returns the value; a missing key reads as null', async () => {
@@ -195,7 +191,7 @@ forEachKind((kind) => {
     assert.deepEqual(await db.lrange('nums:sorted'), ['1', '2', '3']);
   });
 
-  test('the library version is major.minor.patch', async () => {
+  test('the library version is major.minor.patch', () => {
     assert.match(kind.keyloom.version, /^\d+\.\d+\.\d+$/);
   });
 });

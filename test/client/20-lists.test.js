@@ -4,11 +4,8 @@ const test = require('node:test');
 const assert = require('node:assert/strict');
 const { servers, forEachKind } = require('./support.js');
 
-forEachKind((kind) => {
-  let db;
-  test.before(async () => {
-    db = kind.client(await servers(1));
-  });
+forEachKind(async (kind) => {
+  const db = kind.client(await servers(1));
   test.beforeEach(async () => { await db.flushdb(); });
 
   test('rpush appends and lpush prepends, one value or several in turn', async () => {

@@ -7,11 +7,8 @@ const { servers, forEachKind } = require('./support.js');
 
 const allBytes = Buffer.from(Array.from({ length: 256 }, (_, i) => i));
 
-forEachKind((kind) => {
-  let db;
-  test.before(async () => {
-    db = kind.client(await servers(1));
-  });
+forEachKind(async (kind) => {
+  const db = kind.client(await servers(1));
   test.beforeEach(async () => { await db.flushdb(); });
 
   test('all 256 byte values travel through set and get unchanged', async () => {

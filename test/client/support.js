@@ -77,7 +77,11 @@ async function ready(kind, options) {
   return c;
 }
 
-/** Runs body(kind) inside describe(kind.name) for every client kind. */
+/**
+ * Runs body(kind) inside describe(kind.name) for every client kind. body may be
+ * async: describe awaits it before running the cases, so a file can start its
+ * server and make its client there and declare its cases after.
+ */
 function forEachKind(body) {
   for (const kind of kinds) describe(kind.name, () => body(kind));
 }
