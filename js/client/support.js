@@ -92,13 +92,17 @@ function pairs(input, what, command) {
   throw new TypeError(`keyloom ${command}: ${what} must be an object, a Map or an array of pairs`);
 }
 
-/** A non-negative whole number of seconds (the trailing size_t of the adding commands). */
+/**
+ * A non-negative whole number (a size_t: seconds of a TTL, a weight, an offset,
+ * milliseconds or bytes of a setting). A fraction is refused rather than cut:
+ * a TTL of 0.9 cut to 0 would remove the key's expiry instead of setting one.
+ */
 function seconds(value, what, command) {
   if (value === undefined || value === null) return 0;
-  if (typeof value !== 'number' || !Number.isFinite(value) || value < 0) {
-    throw new TypeError(`keyloom ${command}: ${what} must be a number of seconds >= 0`);
+  if (typeof value !== 'number' || !Number.isInteger(value) || value < 0 || value > Number.MAX_SAFE_INTEGER) {
+    throw new TypeError(`keyloom ${command}: ${what} must be a whole number >= 0`);
   }
-  return Math.floor(value);
+  return value;
 }
 
 function integer(value, what, command) {

@@ -92,9 +92,11 @@ void refresh_prefix(kl_client *client);
 size_t server_count(const kl_client *client);
 
 // One library call on a client: holds the client's lock and starts the call's
-// clock. A call on a pipeline's fiber takes no lock: its round holds it. However many servers and groups a call visits, it waits on them for
-// at most one connect time-out plus one reply time-out in all (the time-out
-// serves as both).
+// clock. A call on a pipeline's fiber takes no lock: its round holds it.
+// However many servers and groups a call visits, it waits on them for at most
+// one connect time-out plus one reply time-out in all (the time-out serves as
+// both; a pipeline job may bring its own budget), plus kBudgetPerCommand for
+// each command it sends (exchange.h).
 class CallScope {
  public:
   explicit CallScope(kl_client *client)

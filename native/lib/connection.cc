@@ -9,6 +9,8 @@
 #include "failures.h"
 #include "internal.h"
 #include "log.h"
+#include "protocol.h"
+#include "resolve.h"
 
 namespace keyloom {
 
@@ -21,7 +23,8 @@ timeval to_timeval(unsigned ms) {
   return tv;
 }
 
-Reply command(redisContext *ctx, std::initializer_list<std::string_view> args) {
+// Queues one command of the replayed state on a fresh connection.
+bool queue_command(redisContext *ctx, std::initializer_list<std::string_view> args) {
   const char *argv[4];
   size_t lens[4];
   int argc = 0;
@@ -29,7 +32,15 @@ Reply command(redisContext *ctx, std::initializer_list<std::string_view> args) {
     argv[argc] = a.data();
     lens[argc++] = a.size();
   }
-  return Reply(static_cast<redisReply *>(redisCommandArgv(ctx, argc, argv, lens)));
+  return redisAppendCommandArgv(ctx, argc, argv, lens) == REDIS_OK;
+}
+
+// Writes what is queued on ctx; false when the connection broke.
+bool write_queued(redisContext *ctx) {
+  int done = 0;
+  while (!done)
+    if (redisBufferWrite(ctx, &done) != REDIS_OK) return false;
+  return true;
 }
 
 // "redis_version:7.0.15" out of INFO server.
@@ -127,8 +138,23 @@ bool connect_server(kl_client *client, Server *server) {
   }
 
   const unsigned connect_ms = std::min(client->connect_timeout_ms, left);
-  redisContext *ctx = redisConnectWithTimeout(server->host.c_str(), static_cast<int>(server->port),
-                                              to_timeval(connect_ms));
+  // The name is resolved within the connect time-out too: a resolver that
+  // never answers must not hold the call.
+  std::string address;
+  std::string resolve_error;
+  if (!resolve_within(server->host, connect_ms, &address, &resolve_error)) {
+    log_event(client, KL_LEVEL_ERROR, "connect to %s failed: %s", server->name.c_str(), resolve_error.c_str());
+    note_failure(client, server, KL_FAILURE_CONNECTION, resolve_error);
+    if (connect_ms == client->connect_timeout_ms) mark_down(client, server, "name not resolved");
+    return false;
+  }
+  const unsigned connect_left = std::min(connect_ms, call_ms_left(client));
+  if (connect_left == 0) {
+    note_failure(client, server, KL_FAILURE_CONNECTION, "no time left in this call");
+    return false;
+  }
+  redisContext *ctx = redisConnectWithTimeout(address.c_str(), static_cast<int>(server->port),
+                                              to_timeval(connect_left));
   if (!ctx || ctx->err) {
     const std::string cause = ctx ? describe_io_failure("connect", ctx) : "connect: out of memory";
     log_event(client, KL_LEVEL_ERROR, "connect to %s failed: %s", server->name.c_str(),
@@ -144,26 +170,36 @@ bool connect_server(kl_client *client, Server *server) {
   attach_reply_budget(ctx->reader, &server->budget);
   if (!arm_timeout(client, server)) return drop_failed(client, server, "out of time"), false;
 
-  // Replayed state. An error reply (wrong password, no SELECT on this server)
-  // leaves the connection usable; only a lost connection counts as down.
+  // Replayed state, sent in one write, each reply read within what the call
+  // has left (a server that accepts the connection and then stalls costs the
+  // call's time, not three time-outs). An error reply (wrong password, no
+  // SELECT on this server) leaves the connection usable; only a lost
+  // connection counts as down.
+  const char *steps[3];
+  size_t step_count = 0;
+  std::string db = std::to_string(client->db);
+  bool queued = true;
   if (client->has_password) {
     auto [user, password] = split_credentials(client->password);
-    Reply r = user.data() ? command(ctx, {"AUTH", user, password}) : command(ctx, {"AUTH", password});
-    if (!r) return lost_at_connect(client, server, "AUTH"), false;
-    if (r->type == REDIS_REPLY_ERROR)
-      log_event(client, KL_LEVEL_ERROR, "AUTH refused by %s", server->name.c_str());
+    queued &= user.data() ? queue_command(ctx, {"AUTH", user, password}) : queue_command(ctx, {"AUTH", password});
+    steps[step_count++] = "AUTH";
   }
   if (client->db != 0) {
-    std::string db = std::to_string(client->db);
-    Reply r = command(ctx, {"SELECT", db});
-    if (!r) return lost_at_connect(client, server, "SELECT"), false;
-    if (r->type == REDIS_REPLY_ERROR)
-      log_event(client, KL_LEVEL_ERROR, "SELECT refused by %s", server->name.c_str());
+    queued &= queue_command(ctx, {"SELECT", db});
+    steps[step_count++] = "SELECT";
   }
-  if (client->version == CLIENT_VERSION_AUTO && server->version_major == 0) {
-    Reply r = command(ctx, {"INFO", "server"});
-    if (!r) return lost_at_connect(client, server, "INFO"), false;
-    read_version(server, r.get());
+  const bool ask_version = client->version == CLIENT_VERSION_AUTO && server->version_major == 0;
+  if (ask_version) {
+    queued &= queue_command(ctx, {"INFO", "server"});
+    steps[step_count++] = "INFO";
+  }
+  if (step_count > 0 && !(queued && write_queued(ctx))) return lost_at_connect(client, server, steps[0]), false;
+  for (size_t i = 0; i < step_count; ++i) {
+    Reply r;
+    if (!read_next(client, server, &r)) return lost_at_connect(client, server, steps[i]), false;
+    if (r->type == REDIS_REPLY_ERROR && std::strcmp(steps[i], "INFO") != 0)
+      log_event(client, KL_LEVEL_ERROR, "%s refused by %s", steps[i], server->name.c_str());
+    if (std::strcmp(steps[i], "INFO") == 0) read_version(server, r.get());
   }
   if (server->down) log_event(client, KL_LEVEL_NOTICE, "server %s up again", server->name.c_str());
   server->down = false;

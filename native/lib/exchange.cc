@@ -77,7 +77,10 @@ void exchange_queue(kl_client *client, Batch &b) {
     b.failed = true;
     return;
   }
-  if (!append(client, b)) fail(client, b, "could not queue commands");
+  if (!append(client, b)) return fail(client, b, "could not queue commands");
+  // The budget grows with the work: a healthy server answering a batch of
+  // 300,000 commands is busy, not down.
+  client->deadline += kBudgetPerCommand * b.size();
 }
 
 void exchange_send(kl_client *client, Batch &b) {

@@ -3,6 +3,7 @@
 // lock.
 #pragma once
 
+#include <chrono>
 #include <vector>
 
 #include "client.h"
@@ -38,6 +39,9 @@ struct Batch {
 // Runs every non-empty batch. A failed server is marked down. On a
 // pipeline's fiber the call steps aside until its round has run them.
 void exchange(kl_client *client, Batch *batches, size_t n);
+
+// What each command sent adds to its call's time budget.
+constexpr std::chrono::microseconds kBudgetPerCommand{10};
 
 // The four steps of an exchange, each over one batch. Every batch of a
 // round takes a step before any takes the next: all are queued (connecting

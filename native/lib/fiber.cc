@@ -15,6 +15,7 @@
 #endif
 #endif
 #ifdef KEYLOOM_FIBER_ASAN
+#include <sanitizer/asan_interface.h>
 #include <sanitizer/common_interface_defs.h>
 #endif
 
@@ -113,6 +114,11 @@ Fiber *Fiber::current() { return running; }
 
 bool Fiber::prepare(Entry entry, void *arg) {
   if (!stack_ && !(stack_ = take_stack())) return false;
+#ifdef KEYLOOM_FIBER_ASAN
+  // A stack used before keeps the sanitizer's marks of frames that never
+  // returned (a fiber ends by switching away): a fresh start has none.
+  __asan_unpoison_memory_region(stack_, kFiberStackBytes);
+#endif
 #if defined(__x86_64__)
   // What keyloom_fiber_switch pops, from the lowest address: the control
   // words, r15 r14 r13 r12 rbx rbp, the address it returns to (start), and

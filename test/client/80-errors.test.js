@@ -108,6 +108,16 @@ forEachKind(async (kind) => {
       ['KL_SERVER_DOWN', 'KL_CONNECTION_FAILURE', 'KL_ALL_GROUP_SERVERS_DOWN'].includes(e.codeName));
   });
 
+  test('a fractional TTL, weight or count is refused with TypeError, not cut', async () => {
+    await db.set('ttl-kept', 'v', { ttl: 100 });
+    await assert.rejects(async () => db.expire('ttl-kept', 0.9), (e) => e instanceof TypeError && /ttl must be a whole number >= 0/.test(e.message));
+    assert.ok(await db.ttl('ttl-kept') > 0, 'the TTL is still there');
+    await assert.rejects(async () => db.set('k', 'v', { ttl: 1.5 }), TypeError);
+    await assert.rejects(async () => db.dadd('d', 'w', 'v', { weight: 2.5 }), TypeError);
+    await assert.rejects(async () => db.sort('l', { limit: { offset: 0.5, count: 1 } }), TypeError);
+    assert.equal(await db.get('k'), null);
+  });
+
   test('integers wider than 32 bits are refused with RangeError, nothing is cut or sent', async () => {
     await db.set('n', '5');
     await assert.rejects(async () => db.incrby('n', 4294967295), RangeError);
