@@ -11,7 +11,7 @@ const fs = require('node:fs');
 const path = require('node:path');
 
 const root = path.resolve(__dirname, '..', '..');
-const TARGETS = ['fuzz_hash', 'fuzz_reply', 'fuzz_server_add', 'fuzz_cidr'];
+const TARGETS = ['fuzz_hash', 'fuzz_reply', 'fuzz_server_add', 'fuzz_cidr', 'fuzz_hostile_server'];
 
 // A few well-formed inputs to start each corpus from.
 const SEEDS = {
@@ -21,6 +21,10 @@ const SEEDS = {
   fuzz_server_add: ['\x00\x01\x00\xeb\x18127.0.0.1\xffa', '\x02\x02\x06\x00\x00\xff\xff', '\x09\x05\x01\xff\xffhost\xffg'],
   fuzz_cidr: ['10.0.0.0/8|10.1.2.3', '::ffff:0:0/96|::ffff:1.2.3.4', '2001:db8::/32|2001:db8::1', '1.2.3.4',
     '0.0.0.0/0|255.255.255.255', 'fe80::1%eth0/64|fe80::1'],
+  // a command number, then what the server answers
+  fuzz_hostile_server: ['\x00$3\r\nabc\r\n', '\x03*3\r\n$1\r\na\r\n$-1\r\n$1\r\nc\r\n',
+    '\x08*3\r\n$1\r\na\r\n$1\r\nb\r\n$1\r\nc\r\n', '\x0c*4\r\n$1\r\na\r\n$1\r\n1\r\n$1\r\nb\r\n$1\r\n2\r\n',
+    '\x0d:5\r\n', '\x12$5\r\nhello\r\n', '\x0b*2\r\n*2\r\n$1\r\nm\r\n$1\r\nv\r\n$-1\r\n'],
 };
 
 function have(cmd) {

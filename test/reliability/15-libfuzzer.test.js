@@ -11,7 +11,7 @@ const { root } = require('../helpers/paths');
 
 const haveClang = spawnSync('sh', ['-c', 'command -v clang++']).status === 0;
 
-test('libFuzzer targets: hashing, routing, address parsing, replies, kl_server_add', {
+test('libFuzzer targets: hashing, routing, address parsing, replies, kl_server_add, a hostile server', {
   skip: haveClang ? false : 'clang++ is not installed: libFuzzer targets skipped',
   timeout: 900000,
 }, () => {
@@ -20,5 +20,5 @@ test('libFuzzer targets: hashing, routing, address parsing, replies, kl_server_a
     buildDir: process.env.KEYLOOM_LIBFUZZER_DIR || path.join(root, 'build-fuzz') }, (l) => { lines.push(l); console.log(l); });
   assert.ok(r.ok, lines.join('\n'));
   // Every target builds and runs: a target that stopped compiling fails here.
-  assert.deepEqual(r.results.map((x) => x.target).sort(), ['fuzz_cidr', 'fuzz_hash', 'fuzz_reply', 'fuzz_server_add']);
+  assert.deepEqual(r.results.map((x) => x.target).sort(), ['fuzz_cidr', 'fuzz_hash', 'fuzz_hostile_server', 'fuzz_reply', 'fuzz_server_add']);
 });
