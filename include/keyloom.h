@@ -223,6 +223,19 @@ enum { KL_FAILURE_NONE = 0, KL_FAILURE_CONNECTION = 1, KL_FAILURE_SERVER_REPLY =
 int kl_last_failure_kind(kl_client *client);
 const char *kl_last_failure_server(kl_client *client);
 const char *kl_last_failure_text(kl_client *client);
+/* Counters and TTLs as wide as the server's (64-bit), as decimal text: the
+   increment `by` (by_len bytes, "-5"; KL_INVALID_PARAMETER when it is not a
+   64-bit integer) and the answer, a library-owned string to release with
+   kl_free_php_reply_p. The int forms (kl_incrby, kl_hincrby, kl_get_ttl)
+   answer KL_WRONG_REPLY for a value their int cannot hold (after the write). */
+kl_return_t kl_incrby_decimal(kl_client *client, char *key, size_t key_len, char const *by,
+                              size_t by_len, char **value, size_t *value_len, size_t ttl);
+kl_return_t kl_hincrby_decimal(kl_client *client, char *key, size_t key_len, char *field,
+                               size_t field_len, char const *by, size_t by_len, char **value,
+                               size_t *value_len, size_t ttl);
+/* TTL: seconds to live, "-1" without one; KL_NOTFOUND for a missing key. */
+kl_return_t kl_get_ttl_decimal(kl_client *client, char *key, size_t key_len, char **ttl,
+                               size_t *ttl_len);
 /* The pipeline: a thread of the client's own that runs library calls handed
    to it, many at a time. A call that waits for its replies steps aside for
    the next, so the commands of every call of one round reach each server in

@@ -156,10 +156,11 @@ export interface Commands<M extends Mode> {
   mset(entries: Entries, options?: Opt<M, TtlOption>): Out<M, true>;
   del(keys: Text | Text[]): Out<M, number>;
   exists(key: Text): Out<M, boolean>;
-  incr(key: Text, options?: Opt<M, TtlOption>): Out<M, number>;
-  incrby(key: Text, by: number, options?: Opt<M, TtlOption>): Out<M, number>;
-  decr(key: Text, options?: Opt<M, TtlOption>): Out<M, number>;
-  decrby(key: Text, by: number, options?: Opt<M, TtlOption>): Out<M, number>;
+  /** The new value: a Number, or a BigInt past 2^53 (counters are 64-bit on the server). */
+  incr(key: Text, options?: Opt<M, TtlOption>): Out<M, number | bigint>;
+  incrby(key: Text, by: number | bigint, options?: Opt<M, TtlOption>): Out<M, number | bigint>;
+  decr(key: Text, options?: Opt<M, TtlOption>): Out<M, number | bigint>;
+  decrby(key: Text, by: number | bigint, options?: Opt<M, TtlOption>): Out<M, number | bigint>;
   expire(key: Text, seconds: number): Out<M, boolean>;
   persist(key: Text): Out<M, boolean>;
   /** Seconds to live, -1 without a TTL, null for a missing key. */
@@ -250,7 +251,8 @@ export interface Commands<M extends Mode> {
   hdel(key: Text, fields: Text[]): Out<M, number>;
   hexists(key: Text, field: Text): Out<M, boolean>;
   hlen(key: Text): Out<M, number>;
-  hincrby(key: Text, field: Text, by: number, options?: Opt<M, TtlOption>): Out<M, number>;
+  /** The new value: a Number, or a BigInt past 2^53. */
+  hincrby(key: Text, field: Text, by: number | bigint, options?: Opt<M, TtlOption>): Out<M, number | bigint>;
 
   // dictionaries
   dadd(key: Text, word: Text, value: Text, options?: Opt<M, TtlOption & { weight?: number }>): Out<M, true>;

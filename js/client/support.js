@@ -116,6 +116,27 @@ function integer(value, what, command) {
   return value;
 }
 
+const INT64_MIN = -(2n ** 63n);
+const INT64_MAX = 2n ** 63n - 1n;
+
+/** A whole number as a BigInt: a safe-integer Number or a BigInt (checked for 64 bits by the caller). */
+function wideInteger(value, what, command) {
+  if (typeof value === 'bigint') return value;
+  if (typeof value !== 'number' || !Number.isInteger(value)) {
+    throw new TypeError(`keyloom ${command}: ${what} must be an integer (a Number or a BigInt)`);
+  }
+  if (!Number.isSafeInteger(value)) {
+    throw new RangeError(`keyloom ${command}: ${what} is past 2^53, where a Number is no longer exact: give it as a BigInt`);
+  }
+  return BigInt(value);
+}
+
+/** Decimal text from the library as a Number, or a BigInt when a Number would not be exact. */
+function decodeInteger(t) {
+  const n = Number(t);
+  return Number.isSafeInteger(n) ? n : BigInt(t);
+}
+
 function number(value, what, command) {
   if (typeof value !== 'number' || Number.isNaN(value)) {
     throw new TypeError(`keyloom ${command}: ${what} must be a number`);
@@ -347,6 +368,10 @@ module.exports = {
   pairs,
   seconds,
   integer,
+  wideInteger,
+  decodeInteger,
+  INT64_MIN,
+  INT64_MAX,
   number,
   decode,
   assign,

@@ -9,7 +9,9 @@
 // function of the library reads. A kind carries its own conversion and the
 // text of its TypeError; an answer says which cells the call needs, which codes
 // are not errors, and what the method returns.
-const { kl, text, byteLength, seconds, integer, number } = require('./support.js');
+const {
+  kl, text, byteLength, seconds, integer, number, wideInteger, decodeInteger, INT64_MIN, INT64_MAX,
+} = require('./support.js');
 const { libraryFunction } = require('./native.js');
 const { $handle, $status, $one, $many, $integer, $check, request } = require('./core.js');
 
@@ -30,6 +32,30 @@ const integerOf = (label, fallback) => ({
   label,
   fallback,
   push(argv, value, command) { argv.push(integer(value, label, command)); },
+});
+/**
+ * A whole number as wide as the server's (64-bit), sent as decimal text: a
+ * safe-integer Number or a BigInt. `negate` sends its opposite (DECRBY).
+ */
+const wideIntegerOf = (label, { negate = false } = {}) => ({
+  label,
+  push(argv, value, command) {
+    let n = wideInteger(value, label, command);
+    if (negate) n = -n;
+    if (n < INT64_MIN || n > INT64_MAX) {
+      throw new RangeError(`keyloom ${command}: the ${label} must fit 64 bits`);
+    }
+    const t = String(n);
+    argv.push(t, t.length);
+  },
+});
+/** A fixed whole number the caller does not give (INCR is INCRBY 1). */
+const fixedInteger = (n) => ({
+  fixed: true,
+  push(argv) {
+    const t = String(n);
+    argv.push(t, t.length);
+  },
 });
 /** A number (double). */
 const numberOf = (label, fallback) => ({
@@ -107,20 +133,19 @@ const count = ({ unsigned = true, missing = 0 } = {}) => ({
     }, missing);
   },
 });
-/** A counter's new value: an int cell, every code other than success an error. */
-const counter = () => ({
+/**
+ * A 64-bit answer given as decimal text (a char ** and a size_t * cell): a
+ * Number, or a BigInt past 2^53; `missing` when the key is not there.
+ */
+const wide = ({ missing = null } = {}) => ({
   * read(client, name, key, argv, fn, options, at) {
-    const cell = kl.new_intp();
-    try {
-      argv.splice(at, 0, cell);
-      client[$check](yield request(fn, ...argv), name, key);
-      return kl.intp_value(cell);
-    } finally {
-      kl.delete_intp(cell);
-    }
+    const t = yield* client[$one](name, key, false, (v, n) => {
+      argv.splice(at, 0, v, n);
+      return request(fn, ...argv);
+    });
+    return t === null ? missing : decodeInteger(t);
   },
 });
-
 // ---- the method of one line ---------------------------------------------------
 
 /**
@@ -132,21 +157,27 @@ function command(fnName, args, answer, optionKinds = []) {
   const fn = libraryFunction(fnName);
   const keyed = args[0] === KEY;
   const optionNames = [...optionKinds.map((k) => k.optionName), ...(answer.options ?? [])];
+  const taken = args.filter((k) => !k.fixed).length; // what the caller gives
   return Object.assign(function* method(...given) {
     const name = method.commandName;
     const argv = [this[$handle]];
-    for (let i = 0; i < args.length; i++) {
-      const kind = args[i];
+    let i = 0;
+    for (const kind of args) {
+      if (kind.fixed) {
+        kind.push(argv);
+        continue;
+      }
       const v = given[i] === undefined && kind.fallback !== undefined ? kind.fallback : given[i];
       kind.push(argv, v, name);
+      i++;
     }
-    const options = given[args.length];
+    const options = given[taken];
     const at = argv.length; // the answer's cells go here
     for (const read of optionKinds) read(argv, options, name);
     return yield* answer.read(this, name, keyed ? given[0] : undefined, argv, fn, options, at);
   }, {
     // What it takes, for the argument checks (arguments.js).
-    parameters: [...args.map((k) => k.label), ...(optionNames.length ? ['options'] : [])],
+    parameters: [...args.filter((k) => !k.fixed).map((k) => k.label), ...(optionNames.length ? ['options'] : [])],
     optionNames: new Set(optionNames),
   });
 }
@@ -179,6 +210,6 @@ function* subcommand(self, name, ...args) {
 }
 
 module.exports = {
-  command, methods, subcommand, textOf, integerOf, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
-  TTL, ROUTE, GROUP, WEIGHT, done, value, values, count, counter, routeOf, groupOf, NULL_STRING,
+  command, methods, subcommand, textOf, integerOf, wideIntegerOf, fixedInteger, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
+  TTL, ROUTE, GROUP, WEIGHT, done, value, values, count, wide, routeOf, groupOf, NULL_STRING,
 };

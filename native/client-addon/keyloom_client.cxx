@@ -77,9 +77,13 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
 }
 
 // The library commands beyond the exact layer's.
-#define KEYLOOM_CLIENT_COMMANDS                   \
-  KL_CMD(kl_client_max_reply_size, Client, Size), \
-      KL_CMD(kl_set_binary_if, Client, CharP, Size, Binary, Size, Size, Int)
+#define KEYLOOM_CLIENT_COMMANDS                                                                \
+  KL_CMD(kl_client_max_reply_size, Client, Size),                                              \
+      KL_CMD(kl_set_binary_if, Client, CharP, Size, Binary, Size, Size, Int),                  \
+      KL_CMD(kl_incrby_decimal, Client, CharP, Size, CharConstP, Size, CharPP, SizeP, Size),   \
+      KL_CMD(kl_hincrby_decimal, Client, CharP, Size, CharP, Size, CharConstP, Size, CharPP,   \
+             SizeP, Size),                                                                     \
+      KL_CMD(kl_get_ttl_decimal, Client, CharP, Size, CharPP, SizeP)
 
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).

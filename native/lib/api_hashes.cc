@@ -172,6 +172,18 @@ kl_return_t kl_hincrby(kl_client *client, char *key, size_t key_len, char *field
                      [&](const redisReply *r, bool fill) { return reply_count(r, fill, value); });
 }
 
+kl_return_t kl_hincrby_decimal(kl_client *client, char *key, size_t key_len, char *field, size_t field_len,
+                               char const *by, size_t by_len, char **value, size_t *value_len, size_t ttl) {
+  KL_REQUIRE_CLIENT(client);
+  clear_cells(value, value_len);
+  long long parsed = 0;
+  KL_REQUIRE(given(key) && given(field) && ttl_ok(ttl) && given(by) && decimal_ok(by, by_len, &parsed));
+  Key k(client, key, key_len);
+  return write_keyed(client, route_of(key, key_len), {k.view()}, "HINCRBY", ttl,
+                     [&](Command &c) { c.arg(field, field_len).arg_int(parsed); },
+                     [&](const redisReply *r, bool fill) { return reply_decimal(client, r, fill, value, value_len); });
+}
+
 kl_return_t kl_hexists(kl_client *client, char *key, size_t key_len, char *field,
                        size_t field_len) {
   KL_REQUIRE_CLIENT(client);

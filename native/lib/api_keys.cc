@@ -237,6 +237,21 @@ kl_return_t kl_get_ttl(kl_client *client, char *key, size_t key_len, int *ttl) {
   });
 }
 
+kl_return_t kl_get_ttl_decimal(kl_client *client, char *key, size_t key_len, char **ttl, size_t *ttl_len) {
+  KL_REQUIRE_CLIENT(client);
+  clear_cells(ttl, ttl_len);
+  KL_REQUIRE(given(key) && given(ttl));
+  Key k(client, key, key_len);
+  Command cmd("TTL");
+  cmd.arg(k.view());
+  return read_one(client, route_of(key, key_len), std::move(cmd), [client, ttl, ttl_len](const redisReply *r, bool fill) {
+    kl_return_t code = expect_type(r, REDIS_REPLY_INTEGER);
+    if (code != KL_SUCCESS) return code;
+    if (r->integer == -2) return KL_NOTFOUND;
+    return reply_decimal(client, r, fill, ttl, ttl_len);
+  });
+}
+
 kl_return_t kl_move(kl_client *client, char *key, size_t key_len, int db) {
   KL_REQUIRE_CLIENT(client);
   KL_REQUIRE(given(key) && db >= 0);

@@ -10,12 +10,14 @@ using namespace keyloom;
 
 namespace {
 
-// Creates the counter with its TTL only when INCRBY makes it.
+// Creates the counter with its TTL only when INCRBY makes it. The new value
+// comes back as the stored text: through a Lua number it would lose its low
+// digits past 2^53.
 Script incr_with_ttl{
     "local existed = redis.call('EXISTS', KEYS[1])\n"
-    "local v = redis.call('INCRBY', KEYS[1], ARGV[1])\n"
+    "redis.call('INCRBY', KEYS[1], ARGV[1])\n"
     "if existed == 0 then redis.call('EXPIRE', KEYS[1], ARGV[2]) end\n"
-    "return v\n",
+    "return redis.call('GET', KEYS[1])\n",
     {}};
 
 // Keys per MGET/MSET command: enough to amortize the command, few enough that
@@ -39,18 +41,25 @@ kl_return_t set_with(kl_client *client, const char *key, size_t key_len, const c
   });
 }
 
+// INCRBY (with the TTL on creation), its reply handed to answer.
+template <class Answer>
+kl_return_t incr_by_text(kl_client *client, const char *key, size_t key_len, const std::string &by_text,
+                         size_t ttl, Answer answer) {
+  Key k(client, key, key_len);
+  Command cmd;
+  std::string ttl_text = std::to_string(ttl);
+  if (ttl == 0) cmd.arg("INCRBY").arg(k.view()).arg(by_text);
+  else script_call(cmd, incr_with_ttl, {k.view()}, {by_text, ttl_text});
+  return write_one(client, route_of(key, key_len), std::move(cmd), answer);
+}
+
 kl_return_t incr_by(kl_client *client, const char *key, size_t key_len, long long by, int *value,
                     size_t ttl) {
   KL_REQUIRE_CLIENT(client);
   clear_cells(value);
   KL_REQUIRE(given(key));
-  Key k(client, key, key_len);
-  Command cmd;
-  std::string by_text = std::to_string(by), ttl_text = std::to_string(ttl);
-  if (ttl == 0) cmd.arg("INCRBY").arg(k.view()).arg(by_text);
-  else script_call(cmd, incr_with_ttl, {k.view()}, {by_text, ttl_text});
-  return write_one(client, route_of(key, key_len), std::move(cmd), [value](const redisReply *r, bool fill) {
-    return reply_count(r, fill, value);
+  return incr_by_text(client, key, key_len, std::to_string(by), ttl, [value](const redisReply *r, bool fill) {
+    return reply_number(r, fill, value);
   });
 }
 
@@ -298,4 +307,16 @@ kl_return_t kl_decr(kl_client *client, char *key, size_t key_len, int *value, si
 kl_return_t kl_decrby(kl_client *client, char *key, size_t key_len, int by, int *value,
                       size_t ttl) {
   return incr_by(client, key, key_len, -static_cast<long long>(by), value, ttl);
+}
+
+kl_return_t kl_incrby_decimal(kl_client *client, char *key, size_t key_len, char const *by, size_t by_len,
+                              char **value, size_t *value_len, size_t ttl) {
+  KL_REQUIRE_CLIENT(client);
+  clear_cells(value, value_len);
+  long long parsed = 0;
+  KL_REQUIRE(given(key) && given(by) && decimal_ok(by, by_len, &parsed));
+  return incr_by_text(client, key, key_len, std::to_string(parsed), ttl,
+                      [client, value, value_len](const redisReply *r, bool fill) {
+                        return reply_decimal(client, r, fill, value, value_len);
+                      });
 }

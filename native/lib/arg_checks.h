@@ -20,6 +20,8 @@ bool entries_given(char *const *items, const size_t *lens, size_t count);
 // count values: the arrays are there; an element may be null with length 0.
 bool values_given(char *const *items, const size_t *lens, size_t count);
 inline bool score_ok(double v) { return !std::isnan(v); }
+// len bytes of decimal text ("-12") that fit a long long, into *value.
+bool decimal_ok(const char *text, size_t len, long long *value);
 
 // Sets each output cell that is not null to its empty value (null pointer,
 // zero count), so that a failed call leaves nothing stale behind.

@@ -1,5 +1,7 @@
 #include "reply_shapes.h"
 
+#include <string>
+
 namespace keyloom {
 
 kl_return_t reply_done(const redisReply *reply, bool) {
@@ -26,6 +28,15 @@ kl_return_t reply_array(const kl_client *client, const redisReply *reply, bool f
   if (reply->elements == 0) return KL_NOTFOUND;
   if (!fill) return KL_SUCCESS;
   return put_string_array(client, reply->element, reply->elements, out, count, lens);
+}
+
+kl_return_t reply_decimal(const kl_client *client, const redisReply *reply, bool fill, char **out, size_t *len) {
+  long long v = 0;
+  if (reply && reply->type == REDIS_REPLY_ERROR) return KL_SERVER_ERROR;
+  if (!reply_integer(reply, &v)) return KL_WRONG_REPLY;
+  if (!fill) return KL_SUCCESS;
+  const std::string text = std::to_string(v);
+  return put_bytes(client, text.data(), text.size(), out, len);
 }
 
 }  // namespace keyloom

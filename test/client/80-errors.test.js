@@ -118,10 +118,29 @@ forEachKind(async (kind) => {
     assert.equal(await db.get('k'), null);
   });
 
-  test('integers wider than 32 bits are refused with RangeError, nothing is cut or sent', async () => {
+  test('counters and TTLs are 64-bit, exactly: a Number while it is exact, a BigInt past 2^53', async () => {
     await db.set('n', '5');
-    await assert.rejects(async () => db.incrby('n', 4294967295), RangeError);
-    assert.equal(await db.get('n'), '5');
+    assert.equal(await db.incrby('n', 4294967295), 4294967300);
+    assert.equal(await db.get('n'), '4294967300');
+    assert.equal(await db.decrby('n', 4294967300), 0);
+    // A counter near 2^63 made with a TTL: no floating point on the way.
+    assert.equal(await db.incrby('big', 9223372036854775000n, { ttl: 100 }), 9223372036854775000n);
+    assert.equal(await db.incr('big'), 9223372036854775001n);
+    assert.ok(await db.ttl('big') > 0);
+    await assert.rejects(async () => db.incrby('big', 2n ** 63n), RangeError);
+    await assert.rejects(async () => db.incrby('big', 2 ** 53), (e) => e instanceof RangeError && /give it as a BigInt/.test(e.message));
+    await assert.rejects(async () => db.incrby('big', 1.5), TypeError);
+    await assert.rejects(async () => db.decrby('big', -(2n ** 63n)), RangeError);
+    assert.equal(await db.get('big'), '9223372036854775001');
+    assert.equal(await db.hincrby('h', 'f', 8589934592), 8589934592);
+    assert.equal(await db.hincrby('h', 'f', 2n ** 60n), 2n ** 60n + 8589934592n);
+    await db.set('forever', 'v');
+    await db.expire('forever', 3000000000);
+    assert.ok(await db.ttl('forever') > 2 ** 31, 'a TTL past 2^31 seconds is not wrapped');
+    assert.equal(await db.ttl('missing'), null);
+  });
+
+  test('indexes and counts wider than 32 bits are refused with RangeError, nothing is cut or sent', async () => {
     await db.rpush('l', 'a');
     await db.rpush('l', 'b');
     await assert.rejects(async () => db.lset('l', 2 ** 53 - 1, 'x'), RangeError);

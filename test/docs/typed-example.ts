@@ -13,7 +13,7 @@ const top: Array<{ member: string; score?: number }> = db.zrange('board', 0, 9, 
 const names: string[] = db.zrange('board', 0, 9);
 const user: Record<string, string | null> = db.hgetall('user:1');
 const hits = db.dclose('cities', 'par').map((h) => `${h.word}=${h.value}`);
-const n: number = db.incr('visits', { ttl: 10 });
+const n: number | bigint = db.incr('visits', { ttl: 10 });
 try {
   db.lpush('greeting', 'x');
 } catch (err) {

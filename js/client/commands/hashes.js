@@ -4,7 +4,7 @@
 const { kl, codes, text, byteLength, seconds, list, pairs, scoped, element, elements, countOf, assign } = require('../support.js');
 const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
 const {
-  command, methods, KEY, FIELD, VALUE, integerOf, TTL, ROUTE, done, value, count, counter, routeOf,
+  command, methods, KEY, FIELD, VALUE, wideIntegerOf, TTL, ROUTE, done, value, count, wide, routeOf,
 } = require('../table.js');
 
 module.exports = methods({
@@ -106,6 +106,6 @@ module.exports = methods({
 
   hexists: command('kl_hexists', [KEY, FIELD], done(NOTFOUND)),
   hlen: command('kl_hlen', [KEY], count({ unsigned: false })),
-  /** HINCRBY key field by: the new value (32-bit); options.ttl. */
-  hincrby: command('kl_hincrby', [KEY, FIELD, integerOf('increment')], counter(), [TTL]),
+  /** HINCRBY key field by: the new value (a Number, or a BigInt past 2^53); options.ttl. */
+  hincrby: command('kl_hincrby_decimal', [KEY, FIELD, wideIntegerOf('increment')], wide(), [TTL]),
 });

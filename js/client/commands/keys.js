@@ -4,7 +4,7 @@
 const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf } = require('../support.js');
 const { $handle, $status, $check, $one, $many, $integer, $sharded, NOTFOUND, request } = require('../core.js');
 const {
-  command, methods, subcommand, KEY, textOf, integerOf, secondsOf, done, value, count, routeOf, NULL_STRING,
+  command, methods, subcommand, KEY, textOf, integerOf, secondsOf, done, value, wide, routeOf, NULL_STRING,
 } = require('../table.js');
 
 module.exports = methods({
@@ -32,7 +32,7 @@ module.exports = methods({
   },
 
   /** Seconds to live, -1 for a key without a TTL, null for a missing key. */
-  ttl: command('kl_get_ttl', [KEY], count({ unsigned: false, missing: null })),
+  ttl: command('kl_get_ttl_decimal', [KEY], wide({ missing: null })),
 
   /** 'string', 'list', 'set', 'zset', 'hash', or 'none' for a missing key. */
   * type(key) {

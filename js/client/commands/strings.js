@@ -5,7 +5,7 @@ const { kl, codes, text, byteLength, seconds, pairs, list, scoped, elements, cou
 const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
 const { own } = require('../native.js');
 const {
-  command, methods, subcommand, KEY, VALUE, integerOf, TTL, ROUTE, done, value, counter, routeOf,
+  command, methods, subcommand, KEY, VALUE, wideIntegerOf, fixedInteger, TTL, ROUTE, done, value, wide, routeOf,
 } = require('../table.js');
 
 // kl_set_binary_if's conditions.
@@ -100,9 +100,11 @@ module.exports = methods({
     });
   },
 
-  // The counters: the new value (32-bit); options.ttl applies when the counter is created.
-  incr: command('kl_incr', [KEY], counter(), [TTL]),
-  incrby: command('kl_incrby', [KEY, integerOf('increment')], counter(), [TTL]),
-  decr: command('kl_decr', [KEY], counter(), [TTL]),
-  decrby: command('kl_decrby', [KEY, integerOf('increment')], counter(), [TTL]),
+  // The counters, as wide as the server's (64-bit): the new value, a Number, or a
+  // BigInt past 2^53; the increment a Number or a BigInt. options.ttl applies
+  // when the counter is created.
+  incr: command('kl_incrby_decimal', [KEY, fixedInteger(1)], wide(), [TTL]),
+  incrby: command('kl_incrby_decimal', [KEY, wideIntegerOf('increment')], wide(), [TTL]),
+  decr: command('kl_incrby_decimal', [KEY, fixedInteger(-1)], wide(), [TTL]),
+  decrby: command('kl_incrby_decimal', [KEY, wideIntegerOf('increment', { negate: true })], wide(), [TTL]),
 });
