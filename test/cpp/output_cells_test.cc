@@ -61,9 +61,13 @@ TEST(CollectionTtls, AreRefusedOnlyWhereTheServerWouldRefuseThem) {
   TestCluster cluster(1);
   kl_client *c = cluster.client();
   EXPECT_EQ(kl_lpush(c, mut("l"), 1, mut("v"), 1, 5'000'000'000'000'000ULL), KL_SUCCESS);
-  int ttl = 0;
-  ASSERT_EQ(kl_get_ttl(c, mut("l"), 1, &ttl), KL_SUCCESS);
-  EXPECT_NE(ttl, -1);  // it has a TTL (the int cell holds its low bits)
+  char *ttl = nullptr;
+  size_t ttl_len = 0;
+  ASSERT_EQ(kl_get_ttl_decimal(c, mut("l"), 1, &ttl, &ttl_len), KL_SUCCESS);
+  EXPECT_GT(std::stoll(std::string(ttl, ttl_len)), 4'000'000'000'000'000LL);
+  kl_free_php_reply_p(&ttl);
+  int narrow = 0;
+  EXPECT_EQ(kl_get_ttl(c, mut("l"), 1, &narrow), KL_WRONG_REPLY);  // no int holds it
   EXPECT_EQ(kl_lpush(c, mut("l"), 1, mut("v"), 1, 10'000'000'000'000'000ULL), KL_INVALID_PARAMETER);
 }
 
