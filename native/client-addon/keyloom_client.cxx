@@ -8,6 +8,7 @@
 #include <node.h>
 #include <v8.h>
 
+#include <cstring>
 #include <unordered_set>
 #include <vector>
 
@@ -100,6 +101,12 @@ const std::vector<FunctionEntry> kFunctions = {
     KL_EXPORT(pipeline_timeout, pipeline_timeout, RVoid, Client, UInt),
 };
 
+// Adding a server changes the routing that suspended calls of a round may be
+// in the middle of: it is done before the pipeline starts, never through it.
+bool AddsServers(const char* name) {
+  return std::strcmp(name, "kl_server_add") == 0 || std::strcmp(name, "server_add") == 0;
+}
+
 // exports.pipelined: every library command of both modules, under the same
 // names, returning a Promise (native/client-addon/pipelined_call.h).
 #undef KL_CMD_AS
@@ -128,7 +135,9 @@ NODE_MODULE_INIT(/* exports, module, context */) {
   }
   v8::Local<v8::Object> pipelined = v8::Object::New(isolate);
   for (const FunctionEntry& function : kPipelined) {
-    if (function.name) KLRT_AddStaticFunction(isolate, context, pipelined, function.name, function.callback);
+    if (function.name && !AddsServers(function.name)) {
+      KLRT_AddStaticFunction(isolate, context, pipelined, function.name, function.callback);
+    }
   }
   exports->Set(context, v8::String::NewFromUtf8Literal(isolate, "pipelined"), pipelined).Check();
 }
