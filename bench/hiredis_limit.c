@@ -6,6 +6,11 @@
  *   hiredis_limit MODE PORTS DURATION_MS MAX_OPS WARMUP_OPS [ARGS...]
  *     get     PREFIX NKEYS            GET PREFIX<i>, i cycling over NKEYS
  *     set     PREFIX NKEYS SIZE       SET PREFIX<i> to SIZE bytes
+ *     get-pipelined PREFIX NKEYS SIZE DEPTH
+ *     set-pipelined PREFIX NKEYS SIZE DEPTH
+ *                                     DEPTH GETs (SETs) appended, then their
+ *                                     DEPTH replies read: the limit of a
+ *                                     client with DEPTH commands in flight
  *     mget    PREFIX COUNT            MGET of PREFIX0..PREFIX<COUNT-1>
  *     mset    PREFIX COUNT SIZE       MSET of COUNT keys of SIZE bytes
  *     hgetall KEY                     HGETALL KEY
@@ -177,6 +182,33 @@ int main(int argc, char **argv) {
       redisReply *r = checked(redisCommandArgv(conn[server_of(keys[k], lens[k])], is_set ? 3 : 2, av, al));
       if (r->type == REDIS_REPLY_STRING) sink += (size_t)r->len;
       freeReplyObject(r);
+      if (i >= 0) {
+        ops++;
+        if ((t1 = now()) - t0 >= duration) break;
+      }
+    }
+  } else if (!strcmp(mode, "get-pipelined") || !strcmp(mode, "set-pipelined")) {
+    int is_set = !strcmp(mode, "set-pipelined");
+    long depth = argc > 9 ? atol(argv[9]) : 1;
+    const char *av[3] = {is_set ? "SET" : "GET", NULL, value};
+    size_t al[3] = {3, 0, size};
+    items_per_op = depth;
+    long next = 0;
+    for (long i = -warmup; i < max_ops; i++) {
+      if (i == 0) t0 = now();
+      for (long d = 0; d < depth; d++, next++) {
+        long k = next % nkeys;
+        av[1] = keys[k];
+        al[1] = lens[k];
+        if (redisAppendCommandArgv(conn[0], is_set ? 3 : 2, av, al) != REDIS_OK) die("append failed");
+      }
+      for (long d = 0; d < depth; d++) {
+        void *reply = NULL;
+        if (redisGetReply(conn[0], &reply) != REDIS_OK) die("no reply (connection lost)");
+        redisReply *r = checked(reply);
+        if (r->type == REDIS_REPLY_STRING) sink += (size_t)r->len;
+        freeReplyObject(r);
+      }
       if (i >= 0) {
         ops++;
         if ((t1 = now()) - t0 >= duration) break;

@@ -159,9 +159,10 @@ function spawnJson(cmd, args, timeoutMs) {
   });
 }
 
-function cArgs(w, ports, limits) {
-  const mode = w.kind;
+function cArgs(w, ports, limits, c = {}) {
+  const mode = c.kind || w.kind;
   const head = [mode, ports.join(','), String(limits.durationMs), String(limits.maxOps), String(limits.warmupOps)];
+  if (mode.endsWith('-pipelined')) return [...head, w.prefix, String(w.nkeys), String(w.size), String(c.depth)];
   if (mode === 'get') return [...head, w.prefix, String(w.nkeys)];
   if (mode === 'set') return [...head, w.prefix, String(w.nkeys), String(w.size)];
   if (mode === 'mget' || mode === 'mempeak') return [...head, w.prefix, String(w.count)];
@@ -172,7 +173,7 @@ function cArgs(w, ports, limits) {
 function limitsFor(w, o) {
   if (w.unit === 'ns/call') return { durationMs: 20000, maxOps: o.calls, warmupOps: o.callWarmup };
   // fewer warm-up operations for large calls: about the same warm-up time for every workload
-  const perCall = (w.count || 1) * Math.max(1, (w.size || 0) / 4096);
+  const perCall = (w.count || w.depth || 1) * Math.max(1, (w.size || 0) / 4096);
   return { durationMs: o.duration, maxOps: 1e7, warmupOps: Math.max(20, Math.ceil(o.warmup / Math.sqrt(perCall))) };
 }
 
@@ -182,9 +183,10 @@ async function runOne(c, w, ctx) {
   const timeout = limits.durationMs + 60000;
   const pin = ['-c', String(ctx.o.cpu)];
   if (c.runner === 'c') {
-    return spawnJson('taskset', [...pin, path.join(ctx.paths.benchDir, 'hiredis_limit'), ...cArgs(w, ports, limits)], timeout);
+    return spawnJson('taskset', [...pin, path.join(ctx.paths.benchDir, 'hiredis_limit'), ...cArgs(w, ports, limits, c)], timeout);
   }
-  const task = { contender: c.contender, variant: c.variant, workload: { ...w, kind: c.kind || w.kind, contenders: undefined },
+  const task = { contender: c.contender, variant: c.variant, depth: c.depth,
+    workload: { ...w, kind: c.kind || w.kind, contenders: undefined },
     ports, buildDir: ctx.paths.buildDir, benchDir: ctx.paths.benchDir, ...limits };
   return spawnJson('taskset', [...pin, process.execPath, '--expose-gc', path.join(__dirname, 'worker.js'),
     JSON.stringify(task)], timeout);
@@ -263,7 +265,24 @@ async function runMemory(ctx) {
   };
   memory.peak = pick(peaks);
   memory.peakC = pick(cPeaks);
+  log(`  promise client: memory over ${ctx.o.memOps.toLocaleString('en-US')} commands, 1,000 in flight ...`);
+  memory.flatPromises = await worker({ workload: { kind: 'memflat-promises' }, ports: one, maxOps: ctx.o.memOps,
+    durationMs: ctx.o.memCapMs }, ctx.o.memCapMs + 60000);
   return memory;
+}
+
+// The event loop's delay while a server is paused (a server of its own, so
+// that a run stopped halfway leaves the shared ones running).
+async function runLoopDelay(ctx) {
+  const s = await startRedis({ args: ['--io-threads', '1'] });
+  try {
+    log('  event-loop delay with a paused server ...');
+    return await spawnJson('taskset', ['-c', String(ctx.o.cpu), process.execPath, '--expose-gc',
+      path.join(__dirname, 'worker.js'), JSON.stringify({ contender: 'promises', buildDir: ctx.paths.buildDir,
+        workload: { kind: 'loopdelay' }, ports: [s.port], pausePid: s.pid, durationMs: 3000 })], 60000);
+  } finally {
+    await s.stop();
+  }
 }
 
 // ---- the run ---------------------------------------------------------------------
@@ -290,13 +309,14 @@ async function main() {
   }
   const paths = buildEverything(o);
   const wanted = workloads().filter((w) => !o.filter || o.filter.test(w.id));
-  const extras = { continuum: !o.filter || o.filter.test('continuum'), memory: !o.filter || o.filter.test('memory') };
+  const extras = { continuum: !o.filter || o.filter.test('continuum'), memory: !o.filter || o.filter.test('memory'),
+    loopDelay: !o.filter || o.filter.test('loop-delay') };
   const t0 = Date.now();
   const servers = await startServers(MAX_SERVERS, o.cpu);
   const stop = () => Promise.all(servers.map((s) => s.stop()));
   process.once('SIGINT', () => { stop().finally(() => process.exit(130)); });
   const R = { machine: machine(), options: { quick: o.quick, rounds: o.rounds, durationMs: o.duration, cpu: o.cpu,
-    filter: o.filter && String(o.filter) }, workloads: {}, continuum: null, memory: null };
+    filter: o.filter && String(o.filter) }, workloads: {}, continuum: null, memory: null, loopDelay: null };
   try {
     log(`${servers.length} redis-server processes, main threads pinned to CPU ${o.cpu}; loading data ...`);
     await fillAll(servers);
@@ -308,6 +328,7 @@ async function main() {
     }
     if (extras.continuum) { log('continuum build ...'); R.continuum = await runContinuum(ctx); }
     if (extras.memory) { log('memory ...'); R.memory = await runMemory(ctx); }
+    if (extras.loopDelay) R.loopDelay = await runLoopDelay(ctx);
   } finally {
     await stop();
   }

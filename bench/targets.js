@@ -21,6 +21,8 @@ const REASON = {
   call: 'exports object is a dictionary (every `kl.fn` a LoadIC lookup) and each pointer argument pays ~57 instructions of out-of-line checks; PROFILE.md "Call overhead"',
   rt: 'what is left is on the JavaScript side, outside libkeyloom (whose GET is 2.9 k instructions with no allocation but the value\'s copy): the exact layer\'s reader makes a one-byte string of the value and the client also decodes it, both in proportion to the value\'s size; PROFILE.md "One command per round trip"',
   mget: 'on the margin: the ratio moves by a few hundredths from run to run on this machine (0.87x and 0.81x in two full runs of 2026-11-22; see the spread table). libkeyloom\'s share is below the C loop\'s whole call (86 k vs 157 k instructions), but the exact layer also reads the 100 values into JS strings (`charppp_value`, 43 k) and releases them (15 k), and the output format needs one allocation per value, each freed on its own; PROFILE.md "Multi-key reads"',
+  engine: 'one command in flight pays two thread hand-offs the synchronous client does not (the JavaScript thread wakes the client\'s I/O thread, which wakes the event loop back); on one CPU each is a context switch. The event-loop engine would avoid them; ENGINE.md',
+  many: 'on one CPU the JavaScript side of each command (its generator, Promise and cells) and the server share the core with the I/O thread, while the C loop does no JavaScript work; ENGINE.md',
   mem: 'values are copied into the output as the reader parses them and no reply is held; what remains above one copy of the payload is hiredis\'s read buffer and allocator overhead; PROFILE.md "Memory"',
 };
 
@@ -73,6 +75,35 @@ function targets() {
         if (!f || !Number.isFinite(f.growth)) return { shown: f?.error ? 'error' : 'not measured', ok: null };
         return { value: f.growth, ok: f.growth <= MiB,
           shown: `${(f.growth / 1024).toFixed(0)} KiB over ${f.ops - f.warmOps} ops` };
+      },
+    },
+    ratioTarget('T11', '100 GETs in flight, 1 server: promise client >= 3x ioredis with automatic pipelining',
+      ['inflight-get-100', 'keyloom promises'], ['inflight-get-100', 'ioredis auto-pipelining'], '>=', 3, REASON.many),
+    ratioTarget('T12', '100 GETs in flight, 1 server: promise client >= 0.35x the C pipelined loop',
+      ['inflight-get-100', 'keyloom promises'], ['inflight-get-100', 'hiredis pipelined (C)'], '>=', 0.35, REASON.many),
+    ratioTarget('T13', '1 GET in flight: promise client >= 0.9x the synchronous client',
+      ['inflight-get-1', 'keyloom promises'], ['inflight-get-1', 'keyloom client'], '>=', 0.9, REASON.engine),
+    ratioTarget('T14', 'mixed commands, 100 in flight: promise client over 4 servers >= over 1 server',
+      ['mixed-s4', 'keyloom promises'], ['mixed-s1', 'keyloom promises'], '>=', 1,
+      'with every server and the client on one CPU, four servers are four processes taking turns on that CPU, and the pipeline reads their replies one server after the other'),
+    {
+      id: 'T15', text: 'event-loop delay p99 < 5 ms while a server is paused and 100 commands keep timing out (promise client)',
+      reason: 'the timers of the paused commands\' Promises and their rejections all land in the same turns of the loop',
+      compute(R) {
+        const d = R.loopDelay;
+        if (!d || !Number.isFinite(d.p99Ms)) return { shown: d?.error ? 'error' : 'not measured', ok: null };
+        return { value: d.p99Ms, ok: d.p99Ms < 5,
+          shown: `p99 ${d.p99Ms.toFixed(2)} ms, max ${d.maxMs.toFixed(1)} ms (${d.failed} commands timed out in ${d.seconds.toFixed(1)} s)` };
+      },
+    },
+    {
+      id: 'T16', text: 'promise client: process memory flat over a million commands with 1,000 in flight (growth <= 1 MiB)',
+      reason: REASON.mem,
+      compute(R) {
+        const f = R.memory?.flatPromises;
+        if (!f || !Number.isFinite(f.growth)) return { shown: f?.error ? 'error' : 'not measured', ok: null };
+        return { value: f.growth, ok: f.growth <= MiB,
+          shown: `${(f.growth / 1024).toFixed(0)} KiB over ${f.ops - f.warmOps} commands` };
       },
     },
     {

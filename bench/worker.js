@@ -10,6 +10,7 @@ const K = require('./lib/keys');
 const contenders = {
   exact: () => require('./contenders/exact'),
   idiomatic: () => require('./contenders/idiomatic'),
+  promises: () => require('./contenders/promises'),
   ioredis: () => require('./contenders/ioredis'),
   'node-redis': () => require('./contenders/node-redis'),
   calls: () => require('./contenders/calls'),
@@ -86,11 +87,80 @@ async function memPeak(task) {
     externalDelta: ext1 - ext0, retainedAfterRelease: afterRelease, strings: strings.length };
 }
 
+// The event loop's delay while a server is paused: a promise client keeps 100
+// commands in flight to it (each with a 200 ms budget, made again as it fails)
+// while a histogram samples the loop every millisecond.
+async function loopDelay(task) {
+  const { monitorEventLoopDelay } = require('node:perf_hooks');
+  process.env.KEYLOOM_BUILD_DIR = task.buildDir;
+  const { createClient } = require('keyloom/promises');
+  const client = createClient({ servers: task.ports.map((p) => `127.0.0.1:${p}`), connectTimeoutMs: 1000 });
+  await client.set('loop-delay', 'v');
+  const histogram = monitorEventLoopDelay({ resolution: 1 });
+  let failed = 0;
+  let answered = 0;
+  const t0 = Date.now();
+  process.kill(task.pausePid, 'SIGSTOP');
+  try {
+    histogram.enable();
+    const loop = async () => {
+      while (Date.now() - t0 < task.durationMs) {
+        try {
+          await client.get('loop-delay', { timeoutMs: 200 });
+          answered++;
+        } catch {
+          failed++;
+        }
+      }
+    };
+    await Promise.all(Array.from({ length: 100 }, loop));
+    histogram.disable();
+  } finally {
+    process.kill(task.pausePid, 'SIGCONT');
+  }
+  await client.close();
+  return { ops: failed + answered, seconds: (Date.now() - t0) / 1000, failed, answered,
+    p99Ms: histogram.percentile(99) / 1e6, maxMs: histogram.max / 1e6, meanMs: histogram.mean / 1e6 };
+}
+
+// Process memory over a million commands (GET, SET, INCR, HSET, HGET) with
+// 1,000 in flight through the promise client, sampled after full collections.
+async function memFlatPromises(task) {
+  const { workloadOp } = require('./lib/workload-op');
+  process.env.KEYLOOM_BUILD_DIR = task.buildDir;
+  const { createClient } = require('keyloom/promises');
+  const client = createClient({ servers: task.ports.map((p) => `127.0.0.1:${p}`) });
+  const op = workloadOp({ kind: 'mixed' }, contenders.promises().commands(client));
+  const inFlight = 1000;
+  const total = task.maxOps;
+  const step = Math.ceil(total / 20);
+  const series = [];
+  const t0 = Date.now();
+  let done = 0;
+  while (done < total && Date.now() - t0 < task.durationMs) {
+    const until = Math.min(total, done + step);
+    while (done < until) {
+      const batch = [];
+      for (let j = 0; j < inFlight && done < until; j++) batch.push(op(done++));
+      await Promise.all(batch);
+    }
+    mem.collect();
+    series.push({ ops: done, rss: mem.rss(), external: process.memoryUsage().external });
+  }
+  await client.close();
+  const warm = series[Math.min(1, series.length - 1)];
+  const last = series[series.length - 1];
+  return { ops: last.ops, seconds: (Date.now() - t0) / 1000, warmOps: warm.ops, growth: last.rss - warm.rss,
+    externalGrowth: last.external - warm.external, series };
+}
+
 async function main() {
   const task = JSON.parse(process.argv[2]);
   const w = task.workload;
   let result;
   if (w.kind === 'memflat') result = await memFlat(task);
+  else if (w.kind === 'memflat-promises') result = await memFlatPromises(task);
+  else if (w.kind === 'loopdelay') result = await loopDelay(task);
   else if (w.kind === 'mempeak') result = await memPeak(task);
   else {
     const impl = await contenders[task.contender]().prepare(task);

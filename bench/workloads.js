@@ -20,6 +20,18 @@ const C = {
   exists: { name: 'keyloom kl_exists(null)', contender: 'exact' },
 };
 
+// The contenders of a workload with `depth` commands in flight; the C loop
+// pipelines batches of `depth` commands on one connection.
+const inFlight = (op, depth) => [
+  { name: 'hiredis pipelined (C)', runner: 'c', kind: `${op}-pipelined`, depth },
+  { name: 'keyloom promises', contender: 'promises', depth },
+  ...(depth === 1 ? [{ name: 'keyloom client', contender: 'idiomatic' }] : []),
+  { name: 'ioredis', contender: 'ioredis', variant: depth === 1 ? 'seq' : 'inflight', depth },
+  { name: 'ioredis auto-pipelining', contender: 'ioredis', variant: 'autopipeline', depth },
+  { name: 'node-redis', contender: 'node-redis', variant: depth === 1 ? 'seq' : 'inflight', depth },
+];
+const IN_FLIGHT = [1, 10, 100, 1000];
+
 const sizeLabel = (n) => (n >= 1048576 ? `${n / 1048576} MiB` : n >= 1024 ? `${n / 1024} KiB` : `${n} B`);
 
 function workloads() {
@@ -67,6 +79,19 @@ function workloads() {
     }
   }
 
+  for (const op of ['get', 'set']) {
+    for (const depth of IN_FLIGHT) {
+      add({ id: `inflight-${op}-${depth}`, group: 'in-flight', title: `${op.toUpperCase()} 3 B, ${depth} in flight`,
+        kind: op, prefix: op === 'get' ? K.strKey(3) : K.setKey(3), nkeys: 1000, size: 3, depth,
+        contenders: inFlight(op, depth) });
+    }
+  }
+  for (const servers of [1, 4]) {
+    add({ id: `mixed-s${servers}`, group: 'mixed', servers,
+      title: `GET, SET, INCR, HSET, HGET, 100 in flight, ${servers} server${servers > 1 ? 's' : ''}`, kind: 'mixed',
+      contenders: [{ name: 'keyloom promises', contender: 'promises', depth: 100 }, C.idiomatic] });
+  }
+
   for (const servers of [1, 2, 4, 8]) {
     add({ id: `servers-${servers}`, group: 'server-count', title: `GET 3 B, ${servers} server${servers > 1 ? 's' : ''}`,
       kind: 'get', prefix: K.strKey(3), nkeys: 1000, size: 3, servers, contenders: [C.hiredis, C.exact, C.idiomatic] });
@@ -79,4 +104,4 @@ const SWEEP_KEYS = 8;
 const CONTINUUM_SIZES = [1, 10, 100, 1000];
 const MAX_SERVERS = 8;
 
-module.exports = { workloads, sizeLabel, SWEEP_SIZES, SWEEP_KEYS, CONTINUUM_SIZES, MAX_SERVERS };
+module.exports = { workloads, sizeLabel, SWEEP_SIZES, SWEEP_KEYS, CONTINUUM_SIZES, MAX_SERVERS, IN_FLIGHT };

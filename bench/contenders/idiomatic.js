@@ -6,6 +6,9 @@ const { workloadOp } = require('../lib/workload-op');
 const commands = (client) => ({
   get: (k) => client.get(k),
   set: (k, v) => client.set(k, v),
+  incr: (k) => client.incr(k),
+  hset: (k, f, v) => client.hset(k, f, v),
+  hget: (k, f) => client.hget(k, f),
   mget: (names) => client.mget(names),
   mset: (names, v) => client.mset(names.map((k) => [k, v])),
   hgetall: (k) => client.hgetall(k),

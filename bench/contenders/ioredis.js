@@ -7,6 +7,9 @@ const { workloadOp } = require('../lib/workload-op');
 const commands = (redis) => ({
   get: (k) => redis.get(k),
   set: (k, v) => redis.set(k, v),
+  incr: (k) => redis.incr(k),
+  hset: (k, f, v) => redis.hset(k, f, v),
+  hget: (k, f) => redis.hget(k, f),
   mget: (names) => redis.mget(names),
   mset: (names, v) => redis.mset(names.flatMap((k) => [k, v])),
   hgetall: (k) => redis.hgetall(k),
@@ -30,6 +33,7 @@ async function prepare(task) {
   if (!op) return null;
   return {
     mode: variant === 'seq' ? 'async' : 'inflight',
+    depth: task.depth || 100,
     op,
     items: task.workload.count || 1,
     close: () => redis.disconnect(),

@@ -6,6 +6,9 @@ const { workloadOp } = require('../lib/workload-op');
 const commands = (redis) => ({
   get: (k) => redis.get(k),
   set: (k, v) => redis.set(k, v),
+  incr: (k) => redis.incr(k),
+  hset: (k, f, v) => redis.hSet(k, f, v),
+  hget: (k, f) => redis.hGet(k, f),
   mget: (names) => redis.mGet(names),
   mset: (names, v) => redis.mSet(names.map((k) => [k, v])),
   hgetall: (k) => redis.hGetAll(k),
@@ -21,6 +24,7 @@ async function prepare(task) {
   if (!op) return null;
   return {
     mode: task.variant === 'inflight' ? 'inflight' : 'async',
+    depth: task.depth || 100,
     op,
     items: task.workload.count || 1,
     close: () => redis.destroy ? redis.destroy() : redis.disconnect(),

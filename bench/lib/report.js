@@ -9,6 +9,8 @@ const GROUPS = [
   ['structures', 'Hashes and sorted sets, 1 server (ops/s)'],
   ['value-size', 'Value-size sweep, 1 server (ops/s)'],
   ['server-count', 'Server-count sweep: GET 3 B with the client spread over n servers (ops/s)'],
+  ['in-flight', 'Many commands in flight, 1 server (ops/s): the promise client and its peers; the C loop pipelines batches of that many'],
+  ['mixed', 'Mixed commands through the promise client, 100 in flight (ops/s)'],
 ];
 
 function baselineOf(w) {
@@ -130,13 +132,17 @@ function markdown(R) {
     'Its MGET and MSET key arrays are built once (like the C program\'s argument vectors); ' +
     '"keys built per call" builds them with `new_charp_array`/`charp_array_set` on every call.',
     '- `keyloom client` is the idiomatic client (`require(\'keyloom/client\')`); ioredis and node-redis awaited one at a time ' +
-    'unless "100 in flight" (100 concurrent awaiting loops on one connection). ioredis and node-redis do not shard, so they appear on one server only.', '',
+    'unless "100 in flight" (100 concurrent awaiting loops on one connection). ioredis and node-redis do not shard, so they appear on one server only.',
+    '- `keyloom promises` is the promise client (`require(\'keyloom/promises\')`) with N concurrent awaiting loops (N in flight); ' +
+    'ioredis with and without `enableAutoPipelining` and node-redis likewise. `hiredis pipelined (C)` appends N commands, then reads their N replies: ' +
+    'the limit of any client with N in flight on one connection.', '',
     '## Targets', '', targetTable(R), '',
   ];
   // What changed between runs and where the time goes are kept by hand beside
   // the generated tables; the report points at them instead of copying them.
   parts.push('What changed between runs, and why: [BEFORE-AFTER.md](BEFORE-AFTER.md). ' +
-    'Where the time goes (profiles of the target rows): [PROFILE.md](PROFILE.md).', '');
+    'Where the time goes (profiles of the target rows): [PROFILE.md](PROFILE.md). ' +
+    'The promise client\'s engine, and the one it was chosen over: [ENGINE.md](ENGINE.md).', '');
   for (const [g, title] of GROUPS) {
     const t = groupTable(R, g);
     if (t) parts.push(`## ${title}`, '', t, '');

@@ -31,6 +31,21 @@ function workloadOp(w, commands) {
       const names = K.keyNames(w.prefix, w.count);
       return () => commands.mset(names, v);
     }
+    case 'mixed': {
+      // GET, SET, INCR, HSET, HGET in turn over 1,000 keys of each kind
+      if (!['get', 'set', 'incr', 'hset', 'hget'].every(has)) return null;
+      const n = 1000;
+      return (i) => {
+        const k = i % n;
+        switch (i % 5) {
+          case 0: return commands.get(`mixed:s:${k}`);
+          case 1: return commands.set(`mixed:s:${k}`, 'value');
+          case 2: return commands.incr(`mixed:c:${k}`);
+          case 3: return commands.hset(`mixed:h:${k}`, 'f', 'value');
+          default: return commands.hget(`mixed:h:${k}`, 'f');
+        }
+      };
+    }
     case 'hgetall':
       return has('hgetall') ? () => commands.hgetall(w.key) : null;
     case 'zrange':

@@ -94,28 +94,34 @@ class KeyloomClient extends ClientCore {
   }
 
   // Drives a command: each library call it yields goes to the pipeline, and
-  // the command resumes with the code when the call is done.
+  // the command resumes with the code when the call is done. It counts as in
+  // flight until it ends.
   async #drive(command, timeoutMs) {
-    let step = command.next();
-    while (!step.done) {
-      const { fn, args } = step.value;
-      let outcome;
-      try {
-        outcome = await this.#submit(fn, args, timeoutMs);
-      } catch (err) {
-        step = command.throw(err);
-        continue;
+    this.#inFlight++;
+    try {
+      let step = command.next();
+      while (!step.done) {
+        const { fn, args } = step.value;
+        let outcome;
+        try {
+          outcome = await this.#submit(fn, args, timeoutMs);
+        } catch (err) {
+          step = command.throw(err);
+          continue;
+        }
+        let rc = outcome;
+        if (typeof outcome === 'number') {
+          this.#failure = NO_FAILURE;
+        } else {
+          rc = outcome[0];
+          this.#failure = failureFields(outcome[1], outcome[2], outcome[3]);
+        }
+        step = command.next(rc);
       }
-      let rc = outcome;
-      if (typeof outcome === 'number') {
-        this.#failure = NO_FAILURE;
-      } else {
-        rc = outcome[0];
-        this.#failure = failureFields(outcome[1], outcome[2], outcome[3]);
-      }
-      step = command.next(rc);
+      return step.value;
+    } finally {
+      if (--this.#inFlight === 0 && this.#drained) this.#drained();
     }
-    return step.value;
   }
 
   // Runs the command `command` (a checked generator method) with args.
@@ -128,18 +134,13 @@ class KeyloomClient extends ClientCore {
         message: `keyloom: ${this.#inFlight} commands are in flight already (maxQueued ${this.#maxQueued}); wait for some to settle`,
       }));
     }
+    const last = args[args.length - 1];
+    if (last === null || typeof last !== 'object' || !hasCallOptions(last)) {
+      return this.#drive(command.apply(this, args), 0); // the common case: no per-call options
+    }
     const { signal, timeoutMs, rest } = callOptions(args);
     if (signal?.aborted) return Promise.reject(abortError(signal));
-    let running;
-    try {
-      running = this.#drive(command.apply(this, rest), timeoutMs);
-    } catch (err) {
-      return Promise.reject(err);
-    }
-    this.#inFlight++;
-    const settled = running.finally(() => {
-      if (--this.#inFlight === 0 && this.#drained) this.#drained();
-    });
+    const settled = this.#drive(command.apply(this, rest), timeoutMs);
     if (!signal) return settled;
     // An abort settles the caller's Promise at once; the command itself, if it
     // was handed over already, still runs to its end and its answer is dropped.
@@ -170,15 +171,16 @@ class KeyloomClient extends ClientCore {
   }
 }
 
-// Splits the per-call options (signal, timeoutMs) off a command's last
-// argument, which is then passed on without them (or not at all when they
-// were all it held).
+// True when an options object holds per-call options (signal, timeoutMs).
+function hasCallOptions(last) {
+  return !Array.isArray(last) && !(last instanceof Uint8Array) &&
+    CALL_OPTIONS.some((name) => Object.prototype.hasOwnProperty.call(last, name));
+}
+
+// Splits the per-call options off a command's last argument, which is then
+// passed on without them (or not at all when they were all it held).
 function callOptions(args) {
   const last = args[args.length - 1];
-  if (last === null || typeof last !== 'object' || Array.isArray(last) || last instanceof Uint8Array ||
-      !CALL_OPTIONS.some((name) => Object.prototype.hasOwnProperty.call(last, name))) {
-    return { rest: args };
-  }
   const { signal, timeoutMs, ...others } = last;
   if (signal !== undefined && !(signal instanceof AbortSignal)) {
     throw new TypeError('keyloom: the signal option must be an AbortSignal');
