@@ -141,9 +141,12 @@ forEachKind((kind) => {
     for (const linger of [false, true]) {
       const worker = new Worker(body, { eval: true,
         workerData: { client: kind.path, server: address(s), linger } });
+      // Listened for from the start: a thread that ends on its own may be gone
+      // before the message that it connected has been handled.
+      const exited = new Promise((resolve) => worker.once('exit', resolve));
       await new Promise((resolve, reject) => { worker.once('message', resolve); worker.once('error', reject); });
       if (linger) await worker.terminate();
-      else await new Promise((resolve) => worker.once('exit', resolve));
+      else await exited;
       let n = await connected();
       for (let i = 0; i < 20 && n > baseline; i++) {
         await new Promise((r) => setTimeout(r, 50));
