@@ -260,6 +260,38 @@ void kl_pipeline_stop(kl_pipeline *pipeline);
 /* Adds host:port (port 1..65535) to a group (NULL or "" means the group
    "default"); the same server twice in one group: KL_ALREADY_EXISTS. */
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group);
+/* kl_server_add with a weight (1 or more): under KL_DISTRIBUTION_CONSISTENT_KETAMA
+   a server's share of the continuum's points, and so of the keys, is its share
+   of the group's total weight. A weight other than 1 under another
+   distribution: KL_INVALID_PARAMETER. */
+kl_return_t kl_server_add_weighted(kl_client *client, char *host, unsigned int port, char *group,
+                                   unsigned int weight);
+/* Any command. request is the command as the protocol writes it: a RESP array
+   of bulk strings ("*2\r\n$3\r\nGET\r\n$1\r\nk\r\n"), copied for the
+   call; anything else is KL_INVALID_PARAMETER and nothing is sent. mode:
+   KL_COMMAND_READ runs it on the route's server of the first group up (fail
+   over as for reads), KL_COMMAND_WRITE on the route's server of every group
+   (the dirty bit as for writes), KL_COMMAND_SERVER on the server named by route
+   ("host:port", as kl_last_failure_server names it). Adding
+   KL_COMMAND_SCRIPT_KEYS to READ or WRITE checks a script call (EVAL script
+   numkeys key...): its keys must all be on the route's server in every
+   group, else KL_INVALID_PARAMETER with the reason in kl_last_failure_text.
+   The route is hashed as a key (hash tags apply); the request is sent as
+   given (no database prefix). *reply receives the server's reply written as
+   RESP (release with kl_free_php_reply_p); an error reply comes back the
+   same way, with KL_SERVER_ERROR. */
+enum { KL_COMMAND_READ = 0, KL_COMMAND_WRITE = 1, KL_COMMAND_SERVER = 2, KL_COMMAND_SCRIPT_KEYS = 4 };
+kl_return_t kl_command(kl_client *client, int mode, char const *route, size_t route_len,
+                       char const *request, size_t request_len, char **reply, size_t *reply_len);
+/* Hash tags: with delimiters "{}" (len 2: an opening and a closing byte), a key
+   holding the opening byte and then, later, the closing one with something
+   between is routed by the bytes between alone, so "{user42}:cart" and
+   "{user42}:profile" go to one server; other keys, and keys whose first
+   opening byte has no closing byte after it or "{}" empty, are routed whole.
+   Routing only: the key stored is the whole key. len 0 turns tags off.
+   Applies to every group, now and added later, and to group clients made
+   afterwards. */
+kl_return_t kl_client_set_hash_tag(kl_client *client, char *delimiters, size_t len);
 /* Sends the library's own events to syslog for the KL_LEVEL_* bits in levels. */
 kl_return_t kl_enable_syslog(kl_client *client, unsigned int levels);
 /* Stops logging. */
@@ -273,6 +305,21 @@ char const *kl_strerror(kl_return_t result);
    user. password_len 0 forgets the password. A refused password:
    KL_SERVER_ERROR. */
 kl_return_t kl_auth(kl_client *client, char *password, size_t password_len);
+/* TLS for every connection the client opens from now on (open connections are
+   closed). ca: PEM certificates to trust (ca_len 0: the system's); cert and
+   key: the client's PEM certificate (chain) and private key, both or neither;
+   servername: the name the servers' certificates must carry, also sent as SNI
+   (servername_len 0: each server's own host, an address checked against the
+   certificate's IP entries); verify 0 accepts any certificate. The texts are
+   copied. OpenSSL is the process's own (Node.js exports it), else
+   libssl.so.3; none, or a text that does not parse: KL_INVALID_PARAMETER with
+   the reason in kl_last_failure_text. Group clients made afterwards share
+   the settings. A handshake that fails is a connection failure: the server
+   is marked down and kl_last_failure_text says why (certificate refused,
+   server not speaking TLS). */
+kl_return_t kl_client_set_tls(kl_client *client, char *ca, size_t ca_len, char *cert, size_t cert_len,
+                              char *key, size_t key_len, char *servername, size_t servername_len,
+                              int verify);
 /* Closes every connection and forgets down marks; they reopen on demand. */
 kl_return_t kl_quit(kl_client *client);
 /* CONFIG GET param: names and values alternate in *values (count in *count),

@@ -17,6 +17,9 @@ command -v g++ >/dev/null 2>&1 || missing+=(g++)
 if ! $demo_only; then
   command -v redis-cli >/dev/null 2>&1 || missing+=(redis-tools)
   [ -f /usr/include/gtest/gtest.h ] || missing+=(libgtest-dev)
+  # OpenSSL for the C++ tests of TLS, and its command to make their certificates.
+  [ -f /usr/include/openssl/ssl.h ] || missing+=(libssl-dev)
+  command -v openssl >/dev/null 2>&1 || missing+=(openssl)
   # clang and its libFuzzer runtime, for the library's fuzz targets.
   command -v clang++ >/dev/null 2>&1 || missing+=(clang)
   compgen -G '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a' >/dev/null ||

@@ -57,7 +57,8 @@ function checked(name, method) {
   const parameters = method.parameters ?? parametersOf(method);
   const optionsAt = parameters.lastIndexOf('options');
   const allowed = optionsAt < 0 ? null : (method.optionNames ?? optionNamesOf(method));
-  const max = parameters.length;
+  // A rest parameter (call(name, ...args)) takes any number.
+  const max = parameters.some((p) => p.startsWith('...')) ? Infinity : parameters.length;
   const takes = `${name}(${parameters.join(', ')})`;
   const instead = INSTEAD[name] ? `: write ${INSTEAD[name]}` : '';
   function check() {

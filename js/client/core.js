@@ -17,10 +17,13 @@ const $handle = Symbol('keyloom.handle');
 const $check = Symbol('keyloom.check');
 const $status = Symbol('keyloom.status');
 const $one = Symbol('keyloom.one');
+const $answered = Symbol('keyloom.answered');
 const $many = Symbol('keyloom.many');
 const $integer = Symbol('keyloom.integer');
 // True when some group spreads its keys over more than one server.
 const $sharded = Symbol('keyloom.sharded');
+// The client's servers in the order given: [{ group, name: 'host:port' }].
+const $servers = Symbol('keyloom.servers');
 // The failure the last library call met: { server, cause } or { server, serverMessage } or {}.
 const $failure = Symbol('keyloom.failure');
 const $destroy = Symbol('keyloom.destroy');
@@ -32,6 +35,10 @@ const $onDirty = Symbol('keyloom.onDirty');
 // synchronous client) or through the client's pipeline (the promise client),
 // resuming the command with the call's code either way.
 const request = (fn, ...args) => ({ fn, args });
+// A call of an answered form (keyloom_client.node `answered`): it comes back
+// with the value itself, null for KL_NOTFOUND, or [code, value, failure kind,
+// server, text] for any other code, which the command hands to $answered.
+const requestAnswer = (fn, ...args) => ({ fn, args, answered: true });
 
 /** Runs a command to its end, each library call made as it comes. */
 function runNow(command) {
@@ -86,11 +93,12 @@ class ClientCore {
   #onDirty;
   #alias; // the handle given out: another proxy of #h, which the finaliser does not hold
 
-  constructor(handle, onDirty, sharded = false) {
+  constructor(handle, onDirty, sharded = false, servers = []) {
     own.client_adopt(handle);
     this.#h = handle;
     this.#onDirty = onDirty;
     this[$sharded] = sharded;
+    this[$servers] = servers;
     clients.register(this, handle, this);
   }
 
@@ -118,11 +126,21 @@ class ClientCore {
     return this.#h === null;
   }
 
-  [$check](rc, command, key) {
+  // failure: what the call met, when the caller has it already.
+  [$check](rc, command, key, failure) {
     if (rc === 0) return;
     const r = resultOf(rc);
-    if (r !== 0) throw new KeyloomError(r, { command, key, ...this[$failure]() });
+    if (r !== 0) throw new KeyloomError(r, { command, key, ...(failure ?? this[$failure]()) });
     if (this.#onDirty) this.#onDirty({ command, key, code: rc });
+  }
+
+  // The answer of an answered call: its value, or the value once its code is
+  // checked (an error throws; the dirty bit tells onDirty).
+  [$answered](answer, command, key) {
+    if (!Array.isArray(answer)) return answer;
+    const [rc, value, kind, server, text] = answer;
+    this[$check](rc, command, key, failureFields(kind, server, text));
+    return value;
   }
 
   // What the last library call met, for its KeyloomError.
@@ -200,7 +218,7 @@ class KeyloomClient extends ClientCore {
   duplicate() {
     const h = kl.kl_group_client(this[$handle]);
     if (h === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command: 'duplicate' });
-    return new KeyloomClient(h, this[$onDirty], this[$sharded]);
+    return new KeyloomClient(h, this[$onDirty], this[$sharded], this[$servers]);
   }
 }
 
@@ -209,6 +227,6 @@ if (typeof Symbol.dispose === 'symbol') {
 }
 
 module.exports = {
-  ClientCore, KeyloomClient, NOTFOUND, resultOf, request, runNow, failureFields,
-  $handle, $check, $status, $one, $many, $integer, $sharded, $failure, $destroy, $onDirty,
+  ClientCore, KeyloomClient, NOTFOUND, resultOf, request, requestAnswer, runNow, failureFields,
+  $handle, $check, $status, $one, $answered, $many, $integer, $sharded, $servers, $failure, $destroy, $onDirty,
 };

@@ -5,7 +5,11 @@ import type { KlClient } from '../exact/index';
 /** A key, field, member or value: strings travel as UTF-8; a Buffer must be valid UTF-8 (except set()'s value). */
 export type Text = string | Buffer | Uint8Array | number;
 /** A server: 'host:port', '[ipv6]:port', 'host' (port 6379) or { host, port }. */
-export type Server = string | { host: string; port?: number };
+/**
+ * A server: 'host:port', a URL, or { host, port, weight } (weight: a whole number from 1, the
+ * server's share of the keys under the 'ketama' distribution, which weights imply).
+ */
+export type Server = string | { host: string; port?: number; weight?: number };
 /** Pairs given as a plain object, a Map or an array of [name, value] pairs. */
 export type Entries = Record<string, Text> | Map<Text, Text> | ReadonlyArray<readonly [Text, Text]>;
 
@@ -22,14 +26,14 @@ export interface DirtyWrite {
 export interface ClientOptions {
   /**
    * Servers of the group "default": 'host:port', '[v6]:port', 'host', { host, port } or
-   * redis://[user:password@]host:port[/db] (rediss:// is refused until TLS exists).
+   * redis[s]://[user:password@]host:port[/db] (rediss://: TLS, for every server of the client).
    * Without servers, groups, host, url or server: KEYLOOM_SERVERS, else 127.0.0.1:6379.
    */
   servers?: Server[] | string;
   /** One server, as other clients write it (with port). */
   host?: string;
   port?: number;
-  /** One server as a redis:// URL. */
+  /** One server as a redis:// or rediss:// URL. */
   url?: string;
   /** One server. */
   server?: Server;
@@ -37,8 +41,14 @@ export interface ClientOptions {
   groups?: Record<string, Server[] | string>;
   /** Key hash (default 'default', Jenkins one-at-a-time). */
   hash?: HashName | number;
-  /** How keys are spread over a group's servers (default 'consistent'). */
+  /** How keys are spread over a group's servers (default 'consistent'; 'ketama' when servers have weights). */
   distribution?: DistributionName | number;
+  /**
+   * Hash tags: true (for '{}') or two characters. A key with a tag ("{user42}:cart") is routed by
+   * the tag alone (what lies between the first opening character and the next closing one, when
+   * not empty), so keys with one tag share a server. Routing only: the whole key is stored.
+   */
+  hashTag?: boolean | string;
   /** Connect and reply time-out in milliseconds. */
   connectTimeoutMs?: number;
   /** How long a failed server stays marked down before a reconnect, in milliseconds. */
@@ -56,10 +66,28 @@ export interface ClientOptions {
   username?: string;
   /** SELECT on every connection (remembered for reconnects). */
   db?: number;
+  /**
+   * TLS for every server (rediss:// URLs turn it on too): true for the system's CAs, or the
+   * settings. The OpenSSL used is the running Node.js's own.
+   */
+  tls?: boolean | TlsOptions;
   /** Lets the client be used from several threads of the library (internal mutex). */
   shared?: boolean;
   /** Called for each write that succeeded in some groups and failed in others. */
   onDirty?: (write: DirtyWrite) => void;
+}
+
+export interface TlsOptions {
+  /** PEM certificates to trust instead of the system's. */
+  ca?: string | Buffer | Array<string | Buffer>;
+  /** The client's PEM certificate (chain), for servers that check clients; with key. */
+  cert?: string | Buffer;
+  /** The PEM private key of cert. */
+  key?: string | Buffer;
+  /** The name the servers' certificates must carry, also sent as SNI (default: each server's host). */
+  servername?: string;
+  /** false accepts any certificate (default true). */
+  rejectUnauthorized?: boolean;
 }
 
 export interface TtlOption { /** Time to live in seconds (0: none). */ ttl?: number }
@@ -131,6 +159,37 @@ export interface CallOptions {
   /** The command's own time budget in milliseconds (default: the client's). */
   timeoutMs?: number;
 }
+
+/** A reply as call() and the script methods give it; an error inside an array is a KeyloomError. */
+export type Reply = string | Buffer | number | bigint | null | KeyloomError | Reply[];
+/** An argument of call(): strings are sent as UTF-8, numbers and BigInts in decimal. */
+export type CommandArgument = Text | number | bigint;
+export interface AnyCommandOptions extends BufferOption {
+  /** Route by this key instead of the command's first argument. */
+  key?: Text;
+  /** Send to this server only: 'host:port' or its index in the order the servers were given. */
+  server?: string | number;
+  /** Send to every server: the answer is { 'host:port': reply } (a server's failure in its place). */
+  all?: boolean;
+  /** Send to every group, as writes go (the dirty bit and onDirty kept). */
+  write?: boolean;
+}
+export interface ScriptOptions extends BufferOption {
+  /** Run on this server ('host:port' or index): for scripts without keys. */
+  server?: string | number;
+  /** Run on the first group up only, as reads go (default: every group, as writes go). */
+  readOnly?: boolean;
+}
+export interface ScanOptions extends BufferOption {
+  /** Glob-style pattern (SCAN MATCH). */
+  match?: string;
+  /** How many keys each server looks at per round trip (SCAN COUNT). */
+  count?: number;
+  /** Only keys of this type ('string', 'hash', ...). */
+  type?: string;
+}
+/** An iterator (synchronous client) or an async iterator (promise client, for await). */
+export type Iter<M extends Mode, T> = M extends 'promise' ? AsyncIterableIterator<T> : IterableIterator<T>;
 
 export interface Commands<M extends Mode> {
   /** AUTH for the default user, remembered for reconnects. */
@@ -262,6 +321,26 @@ export interface Commands<M extends Mode> {
   dclose<O extends RouteOption & BufferOption>(key: Text, prefix: Text, options?: Opt<M, O>): Out<M, Array<WordEntry<Value<O>>>>;
   dgetall<O extends RouteOption & BufferOption>(key: Text, options?: Opt<M, O>): Out<M, Array<WordEntry<Value<O>>>>;
 
+  // any command, scans and scripts
+  /**
+   * Any command: call('HSET', key, field, value). Routed by its first argument (the key), or
+   * by options (key, server, all); options go last. Error replies throw (reject) KeyloomError.
+   */
+  call(name: string, ...args: Array<CommandArgument | Opt<M, AnyCommandOptions>>): Out<M, Reply | Record<string, Reply>>;
+  /** A Lua script over keys that are all on one server (a hash tag keeps them together). */
+  eval(script: string, keys?: Text[], args?: CommandArgument[], options?: Opt<M, ScriptOptions>): Out<M, Reply>;
+  /** A script by its SHA-1; one loaded by scriptLoad or eval runs again as EVAL where a server lost it. */
+  evalsha(sha: string, keys?: Text[], args?: CommandArgument[], options?: Opt<M, ScriptOptions>): Out<M, Reply>;
+  /** SCRIPT LOAD on every server; the script's SHA-1. */
+  scriptLoad(script: string): Out<M, string>;
+  /** Every key of every shard of the first group that answers, each once (SCAN). */
+  scan<O extends ScanOptions>(options?: O): Iter<M, Value<O>>;
+  /** The fields of a hash as [field, value] pairs (HSCAN). */
+  hscan<O extends BufferOption & { match?: string; count?: number }>(key: Text, options?: O): Iter<M, [Value<O>, Value<O>]>;
+  /** The members of a set (SSCAN). */
+  sscan<O extends BufferOption & { match?: string; count?: number }>(key: Text, options?: O): Iter<M, Value<O>>;
+  /** The members of a sorted set with their scores (ZSCAN). */
+  zscan<O extends BufferOption & { match?: string; count?: number }>(key: Text, options?: O): Iter<M, [Value<O>, number]>;
 }
 
 export interface KeyloomClient extends Commands<'sync'> {}

@@ -14,6 +14,7 @@ const { kl, codes, KeyloomError } = require('./support.js');
 const { KeyloomClient, runNow } = require('./core.js');
 const { createClient } = require('./options.js');
 const { commands } = require('./commands/index.js');
+const { installScans, iterate } = require('./scan.js');
 
 // Each command runs at once: its library calls are made on this thread.
 for (const [name, command] of commands) {
@@ -28,6 +29,9 @@ for (const [name, command] of commands) {
     value: method, writable: true, enumerable: false, configurable: true,
   });
 }
+
+// scan() and its kin hand keys out as an iterator.
+installScans(KeyloomClient, iterate);
 
 module.exports = {
   createClient,

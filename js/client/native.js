@@ -14,4 +14,13 @@ function libraryFunction(name) {
   return fn;
 }
 
-module.exports = { kl, own, libraryFunction };
+/** The answered form of `name`: the value itself back, in one call (keyloom_client.node). */
+function answeredFunction(name) {
+  const fn = own.answered[name];
+  if (typeof fn !== 'function') {
+    throw new Error(`keyloom: ${name} has no answered form (it must read one value through a char ** and a size_t * cell)`);
+  }
+  return fn;
+}
+
+module.exports = { kl, own, libraryFunction, answeredFunction };

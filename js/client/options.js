@@ -1,5 +1,5 @@
 'use strict';
-// createClient's options: servers and groups, hashing, time-outs, credentials.
+// createClient's options: servers and groups, hashing, time-outs, credentials, TLS.
 const { kl, codes, KeyloomError, seconds } = require('./support.js');
 const { KeyloomClient, resultOf } = require('./core.js');
 const { own } = require('./native.js');
@@ -28,9 +28,9 @@ function choose(table, name, what) {
 }
 
 // A server string never appears in an error as given: it may hold a password.
-const SERVER_FORMS = "'host:port', '[v6]:port', 'host', { host, port } or a redis://[user:password@]host:port[/db] URL";
+const SERVER_FORMS = "'host:port', '[v6]:port', 'host', { host, port } or a redis[s]://[user:password@]host:port[/db] URL";
 
-/** A redis:// URL to { host, port, username?, password?, db? }; rediss:// is refused. */
+/** A redis:// or rediss:// URL to { host, port, scheme, username?, password?, db? }. */
 function parseUrl(text) {
   let url;
   try {
@@ -38,13 +38,14 @@ function parseUrl(text) {
   } catch {
     throw new TypeError(`keyloom createClient: a server that is not a valid URL (a server is ${SERVER_FORMS})`);
   }
-  if (url.protocol === 'rediss:') {
-    throw new TypeError('keyloom createClient: rediss:// (TLS) is not supported yet; use redis:// over a trusted network');
-  }
-  if (url.protocol !== 'redis:') {
+  if (url.protocol !== 'redis:' && url.protocol !== 'rediss:') {
     throw new TypeError(`keyloom createClient: unknown URL scheme '${url.protocol}' (a server is ${SERVER_FORMS})`);
   }
-  const out = { host: url.hostname.replace(/^\[(.*)\]$/, '$1'), port: url.port ? Number(url.port) : 6379 };
+  const out = {
+    host: url.hostname.replace(/^\[(.*)\]$/, '$1'),
+    port: url.port ? Number(url.port) : 6379,
+    scheme: url.protocol.slice(0, -1),
+  };
   if (url.username) out.username = decodeURIComponent(url.username);
   if (url.password) out.password = decodeURIComponent(url.password);
   const path = url.pathname.replace(/^\//, '');
@@ -56,11 +57,34 @@ function parseUrl(text) {
   return out;
 }
 
+// A server's weight: a whole number from 1 to 2^32 - 1.
+function weightOf(weight, host) {
+  if (typeof weight !== 'number' || !Number.isInteger(weight)) {
+    throw new TypeError(`keyloom createClient: the weight of server ${host} is a whole number`);
+  }
+  if (weight < 1 || weight > 0xffffffff) {
+    throw new RangeError(`keyloom createClient: the weight of server ${host} is from 1 to 4294967295`);
+  }
+  return weight;
+}
+
+// hashTag: true for '{}', or two characters, the opening and the closing one.
+function hashTagOf(value) {
+  if (value === undefined || value === false) return '';
+  if (value === true) return '{}';
+  if (typeof value === 'string' && value.length === 2 && Buffer.byteLength(value) === 2 && !value.includes('\0')) {
+    return value;
+  }
+  throw new TypeError("keyloom createClient: hashTag is true (for '{}') or two ASCII characters, opening and closing");
+}
+
 /** A server as { host, port } plus what a URL carries (username, password, db). */
 function parseServer(server) {
   if (server && typeof server === 'object') {
     if (typeof server.host !== 'string') throw new TypeError('keyloom createClient: a server object needs a host');
-    return { host: server.host, port: server.port === undefined ? 6379 : Number(server.port) };
+    const out = { host: server.host, port: server.port === undefined ? 6379 : Number(server.port) };
+    if (server.weight !== undefined) out.weight = weightOf(server.weight, server.host);
+    return out;
   }
   if (typeof server !== 'string' || server === '') {
     throw new TypeError(`keyloom createClient: a server is ${SERVER_FORMS}, not ${typeof server === 'string' ? 'an empty string' : typeof server}`);
@@ -101,7 +125,7 @@ function defaultServers() {
  */
 const OPTIONS = new Set([
   'servers', 'groups', 'host', 'port', 'url', 'server', 'hash', 'distribution', 'shared', 'connectTimeoutMs',
-  'reconnectMs', 'maxReplyBytes', 'clientVersion', 'password', 'username', 'db', 'onDirty',
+  'reconnectMs', 'maxReplyBytes', 'clientVersion', 'password', 'username', 'db', 'onDirty', 'tls', 'hashTag',
 ]);
 // Options of other clients that mean something else here, with what to write instead.
 const INSTEAD = {
@@ -109,8 +133,56 @@ const INSTEAD = {
   socket: "socket is not an option: write { host, port } or servers: ['host:port']",
   database: 'database is not an option: write db',
   connectTimeout: 'connectTimeout is not an option: write connectTimeoutMs',
-  tls: 'tls is not supported yet',
 };
+
+const TLS_OPTIONS = ['ca', 'cert', 'key', 'servername', 'rejectUnauthorized'];
+
+// A PEM text given as a string or Buffer (ca: also an array of them).
+function pemText(value, name, many = false) {
+  if (value === undefined) return '';
+  if (many && Array.isArray(value)) return value.map((v) => pemText(v, name)).join('\n');
+  if (typeof value === 'string') return value;
+  if (Buffer.isBuffer(value)) return value.toString('latin1');
+  throw new TypeError(`keyloom createClient: tls.${name} is a PEM string or Buffer${many ? ' (or an array of them)' : ''}`);
+}
+
+/**
+ * The TLS settings of the tls option and the servers' URL schemes, or null
+ * for none. TLS is for every server of a client or for none.
+ */
+function tlsSettings(options, parsed) {
+  const schemes = new Set(parsed.map((p) => p.scheme).filter(Boolean));
+  if (schemes.size > 1) {
+    throw new TypeError('keyloom createClient: rediss:// and redis:// servers in one client; TLS is for every server or none');
+  }
+  const { tls } = options;
+  if (schemes.has('redis') && tls !== undefined && tls !== false) {
+    throw new TypeError('keyloom createClient: a redis:// server with the tls option; write rediss:// for TLS');
+  }
+  if ((tls === undefined || tls === false) && !schemes.has('rediss')) return null;
+  if (tls !== undefined && tls !== true && tls !== false && (tls === null || typeof tls !== 'object' || Array.isArray(tls))) {
+    throw new TypeError('keyloom createClient: tls is true or an object { ca, cert, key, servername, rejectUnauthorized }');
+  }
+  const given = typeof tls === 'object' ? tls : {};
+  for (const name of Object.keys(given)) {
+    if (!TLS_OPTIONS.includes(name)) {
+      throw new TypeError(`keyloom createClient: unknown tls option '${name}' (known: ${TLS_OPTIONS.join(', ')})`);
+    }
+  }
+  if (given.servername !== undefined && (typeof given.servername !== 'string' || given.servername === '')) {
+    throw new TypeError('keyloom createClient: tls.servername is a non-empty string');
+  }
+  if (given.rejectUnauthorized !== undefined && typeof given.rejectUnauthorized !== 'boolean') {
+    throw new TypeError('keyloom createClient: tls.rejectUnauthorized is true or false');
+  }
+  return {
+    ca: pemText(given.ca, 'ca', true),
+    cert: pemText(given.cert, 'cert'),
+    key: pemText(given.key, 'key'),
+    servername: given.servername ?? '',
+    verify: given.rejectUnauthorized !== false,
+  };
+}
 
 function checkOptions(options, extra) {
   for (const name of Object.keys(options)) {
@@ -176,7 +248,7 @@ function prepareClient(options = {}, { shared = false, extra = [] } = {}) {
     : options.groups === undefined ? defaultServers() : []);
   const groups = options.groups ?? {};
   const hash = choose(HASHES, options.hash ?? 'default', 'hash');
-  const distribution = choose(DISTRIBUTIONS, options.distribution ?? 'consistent', 'distribution');
+  const hashTag = hashTagOf(options.hashTag);
   const flags = options.shared || shared ? kl.KL_FLAG_SHARED : kl.KL_FLAG_NONE;
   const members = [
     ...servers.map((s) => ['', s]),
@@ -184,12 +256,19 @@ function prepareClient(options = {}, { shared = false, extra = [] } = {}) {
   ];
   if (members.length === 0) throw new TypeError('keyloom createClient: no servers given');
   const parsed = members.map(([group, s]) => ({ group, ...parseServer(s) }));
+  // Weights are the weighted MD5 continuum's (ketama): the distribution they imply.
+  const weighted = parsed.some((p) => p.weight !== undefined);
+  const distribution = choose(DISTRIBUTIONS, options.distribution ?? (weighted ? 'ketama' : 'consistent'), 'distribution');
+  if (weighted && distribution !== kl.KL_DISTRIBUTION_CONSISTENT_KETAMA) {
+    throw new TypeError("keyloom createClient: server weights need distribution: 'ketama'");
+  }
   for (const { host, port } of parsed) {
     if (!Number.isInteger(port) || port <= 0 || port > 65535) {
       throw new TypeError(`keyloom createClient: bad port for server ${host}`);
     }
   }
-  const addresses = parsed.map(({ group, host, port }) => [group, host, port]);
+  const addresses = parsed.map(({ group, host, port, weight }) => [group, host, port, weight ?? 1]);
+  const tls = tlsSettings(options, parsed);
   options = { ...options, ...fromUrls(parsed, options) };
 
   const h = kl.kl_client_create(hash, distribution, kl.new_mm(), flags);
@@ -215,10 +294,23 @@ function prepareClient(options = {}, { shared = false, extra = [] } = {}) {
   if (options.clientVersion !== undefined) {
     fail(kl.kl_set_client_version(h, choose(VERSIONS, options.clientVersion, 'clientVersion')), 'createClient');
   }
-  for (const [group, host, port] of addresses) fail(kl.kl_server_add(h, host, port, group), 'createClient');
+  if (tls) {
+    const texts = [tls.ca, tls.cert, tls.key, tls.servername].flatMap((t) => [t, Buffer.byteLength(t)]);
+    if (resultOf(own.kl_client_set_tls(h, ...texts, tls.verify ? 1 : 0)) !== 0) {
+      const why = own.kl_last_failure_text(h);
+      kl.kl_client_destroy(h);
+      throw new TypeError(`keyloom createClient: ${why}`);
+    }
+  }
+  if (hashTag) fail(own.kl_client_set_hash_tag(h, hashTag, 2), 'createClient');
+  for (const [group, host, port, weight] of addresses) {
+    fail(weight === 1 ? kl.kl_server_add(h, host, port, group) : own.kl_server_add_weighted(h, host, port, group, weight),
+      'createClient');
+  }
   const perGroup = new Map();
   for (const [group] of addresses) perGroup.set(group, (perGroup.get(group) ?? 0) + 1);
-  return { handle: h, options, sharded: [...perGroup.values()].some((n) => n > 1) };
+  const serverNames = parsed.map(({ group, host, port }) => ({ group: group || 'default', name: `${host}:${port}` }));
+  return { handle: h, options, sharded: [...perGroup.values()].some((n) => n > 1), servers: serverNames };
 }
 
 /** The credentials and database to give a new client: [command name, arguments] in order. */
@@ -233,7 +325,7 @@ function setupCommands(options) {
 
 function createClient(options = {}) {
   const prepared = prepareClient(options);
-  const client = new KeyloomClient(prepared.handle, prepared.options.onDirty, prepared.sharded);
+  const client = new KeyloomClient(prepared.handle, prepared.options.onDirty, prepared.sharded, prepared.servers);
   try {
     for (const [name, args] of setupCommands(prepared.options)) whileSomeServersAreDown(() => client[name](...args));
   } catch (err) {

@@ -8,7 +8,7 @@ import type { ClientOptions, Commands, Server } from './index';
 export type {
   Text, Server, Entries, HashName, DistributionName, DirtyWrite, ClientOptions, TtlOption, RouteOption,
   BufferOption, GroupOption, MultiOptions, SetOptions, RangeOptions, ScoredMember, ZEntry, WordEntry,
-  SortOptions, CallOptions,
+  SortOptions, CallOptions, Reply, CommandArgument, AnyCommandOptions, ScriptOptions, ScanOptions, TlsOptions,
 } from './index';
 export { KeyloomError, codes, version } from './index';
 

@@ -11,13 +11,15 @@ const { codes, KeyloomError } = require('./support.js');
 const { ClientCore, $handle, $failure, $destroy, failureFields } = require('./core.js');
 const { prepareClient, setupCommands, isServersDown } = require('./options.js');
 const { commands } = require('./commands/index.js');
+const { installScans, iterateAsync } = require('./scan.js');
 
-// The pipelined form of every library function a command may call.
+// The pipelined form of every library function a command may call, answered forms included.
 const pipelinedOf = new Map();
 for (const [name, pipelined] of Object.entries(own.pipelined)) {
   const fn = kl[name] ?? own[name];
   if (typeof fn === 'function') pipelinedOf.set(fn, pipelined);
 }
+for (const [name, pipelined] of Object.entries(own.answered_pipelined)) pipelinedOf.set(own.answered[name], pipelined);
 
 const NO_FAILURE = Object.freeze({});
 const $run = Symbol('keyloom.run');
@@ -30,7 +32,26 @@ function abortError(signal) {
   return signal.reason ?? Object.assign(new Error('This operation was aborted'), { name: 'AbortError', code: 'ABORT_ERR' });
 }
 
+// The library calls of one client in flight, by ticket (a small whole number,
+// reused once its call is settled).
+class Tickets {
+  #tasks = [];
+  #free = [];
+  take(task) {
+    const ticket = this.#free.length > 0 ? this.#free.pop() : this.#tasks.length;
+    this.#tasks[ticket] = task;
+    return ticket;
+  }
+  give(ticket) {
+    const task = this.#tasks[ticket];
+    this.#tasks[ticket] = undefined;
+    this.#free.push(ticket);
+    return task;
+  }
+}
+
 class KeyloomClient extends ClientCore {
+  #tickets = new Tickets();
   #inFlight = 0;
   #drained = null; // resolves close() once nothing is in flight
   #closing = null;
@@ -43,11 +64,14 @@ class KeyloomClient extends ClientCore {
     if (!this.closed) own.pipeline_flush(this[$handle]);
   };
 
-  constructor(handle, onDirty, sharded, settings) {
-    super(handle, onDirty, sharded);
+  constructor(handle, onDirty, sharded, settings, servers) {
+    super(handle, onDirty, sharded, servers);
     this.#settings = settings;
     this.#maxQueued = settings.maxQueued ?? DEFAULT_MAX_QUEUED;
-    if (own.pipeline_start(handle) !== 0) {
+    // The callback holds the tickets, not the client: an idle client stays
+    // collectable (its finaliser stops the pipeline).
+    const tickets = this.#tickets;
+    if (own.pipeline_start(handle, (results) => KeyloomClient.#settle(tickets, results)) !== 0) {
       this[$destroy]();
       throw new KeyloomError(codes.KL_PTHREAD_OP_FAILURE, { command: 'createClient' });
     }
@@ -74,53 +98,100 @@ class KeyloomClient extends ClientCore {
     return this.#failure;
   }
 
-  // A library call through the pipeline: resolves with its code.
-  #submit(fn, args, timeoutMs) {
+  // Hands one library call to the pipeline under a ticket; the flush at the
+  // end of the tick sends it with the others of the tick.
+  #submit(task, fn, args) {
     const pipelined = pipelinedOf.get(fn);
     if (pipelined === undefined) throw new Error(`keyloom: ${fn.name} has no pipelined form`);
     const h = this[$handle];
-    if (timeoutMs) own.pipeline_timeout(h, timeoutMs);
-    let pending;
+    const ticket = this.#tickets.take(task);
+    if (task.timeoutMs) own.pipeline_timeout(h, task.timeoutMs);
     try {
-      pending = pipelined(...args);
+      pipelined(...args, ticket);
+    } catch (err) {
+      this.#tickets.give(ticket);
+      throw err;
     } finally {
-      if (timeoutMs) own.pipeline_timeout(h, 0);
+      if (task.timeoutMs) own.pipeline_timeout(h, 0);
     }
     if (!this.#flushQueued) {
       this.#flushQueued = true;
       queueMicrotask(this.#flush);
     }
-    return pending;
   }
 
   // Drives a command: each library call it yields goes to the pipeline, and
-  // the command resumes with the code when the call is done. It counts as in
-  // flight until it ends.
-  async #drive(command, timeoutMs) {
-    this.#inFlight++;
-    try {
-      let step = command.next();
-      while (!step.done) {
-        const { fn, args } = step.value;
-        let outcome;
-        try {
-          outcome = await this.#submit(fn, args, timeoutMs);
-        } catch (err) {
-          step = command.throw(err);
-          continue;
-        }
-        let rc = outcome;
-        if (typeof outcome === 'number') {
-          this.#failure = NO_FAILURE;
-        } else {
-          rc = outcome[0];
-          this.#failure = failureFields(outcome[1], outcome[2], outcome[3]);
-        }
-        step = command.next(rc);
+  // the command resumes with the call's result when the pipeline settles it
+  // (#settle). One Promise per command, none per library call. It counts as
+  // in flight until it ends.
+  #drive(command, timeoutMs) {
+    return new Promise((resolve, reject) => {
+      const task = { client: this, command, timeoutMs, resolve, reject, answered: false };
+      this.#inFlight++;
+      let step;
+      try {
+        step = command.next();
+      } catch (err) {
+        this.#finish(task, err);
+        return;
       }
-      return step.value;
-    } finally {
-      if (--this.#inFlight === 0 && this.#drained) this.#drained();
+      this.#advance(task, step);
+    });
+  }
+
+  // Runs the command until it waits for a library call, or ends.
+  #advance(task, step) {
+    for (;;) {
+      if (step.done) return this.#finish(task, undefined, step.value);
+      const { fn, args, answered } = step.value;
+      try {
+        task.answered = answered === true;
+        this.#submit(task, fn, args);
+        return;
+      } catch (err) {
+        try {
+          step = task.command.throw(err);
+        } catch (thrown) {
+          return this.#finish(task, thrown);
+        }
+      }
+    }
+  }
+
+  // A library call of the task's came back: its answer (answered forms) or
+  // its code, with the failure it met.
+  #resume(task, result) {
+    let step;
+    try {
+      if (result instanceof Error) {
+        step = task.command.throw(result);
+      } else if (task.answered) {
+        step = task.command.next(result); // it carries its own failure (core.js $answered)
+      } else if (typeof result === 'number') {
+        this.#failure = NO_FAILURE;
+        step = task.command.next(result);
+      } else {
+        this.#failure = failureFields(result[1], result[2], result[3]);
+        step = task.command.next(result[0]);
+      }
+    } catch (err) {
+      return this.#finish(task, err);
+    }
+    this.#advance(task, step);
+  }
+
+  #finish(task, err, value) {
+    if (--this.#inFlight === 0 && this.#drained) this.#drained();
+    if (err === undefined) task.resolve(value);
+    else task.reject(err);
+  }
+
+  // The pipeline's settle callback: every library call that finished since
+  // the last one, [ticket, result, ...], in one call.
+  static #settle(tickets, results) {
+    for (let i = 0; i < results.length; i += 2) {
+      const task = tickets.give(results[i]);
+      task.client.#resume(task, results[i + 1]);
     }
   }
 
@@ -208,6 +279,9 @@ for (const [name, command] of commands) {
   });
 }
 
+// scan() and its kin hand keys out as an async iterator (for await).
+installScans(KeyloomClient, iterateAsync);
+
 if (typeof Symbol.asyncDispose === 'symbol') {
   KeyloomClient.prototype[Symbol.asyncDispose] = function asyncDispose() { return this.close(); };
 }
@@ -225,7 +299,7 @@ function createClient(options = {}) {
     kl.kl_client_destroy(prepared.handle);
     throw new TypeError('keyloom createClient: maxQueued must be a whole number > 0');
   }
-  return new KeyloomClient(prepared.handle, settings.onDirty, prepared.sharded, settings);
+  return new KeyloomClient(prepared.handle, settings.onDirty, prepared.sharded, settings, prepared.servers);
 }
 
 module.exports = {

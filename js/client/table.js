@@ -12,8 +12,8 @@
 const {
   kl, text, byteLength, seconds, integer, number, wideInteger, decodeInteger, INT64_MIN, INT64_MAX,
 } = require('./support.js');
-const { libraryFunction } = require('./native.js');
-const { $handle, $status, $one, $many, $integer, $check, request } = require('./core.js');
+const { libraryFunction, answeredFunction } = require('./native.js');
+const { $handle, $status, $answered, $many, $integer, $check, request, requestAnswer } = require('./core.js');
 
 const NULL_STRING = '_NL_'; // the addon's null-string sentinel (keys, flushall)
 
@@ -104,14 +104,15 @@ const done = (...soft) => ({
     return client[$status](yield request(fn, ...argv), name, key, soft.length ? soft : undefined);
   },
 });
-/** One value (null when missing); options.buffer gives a Buffer. */
+/**
+ * One value (null when missing); options.buffer gives a Buffer. The library
+ * call is the command's answered form: one crossing, no cells.
+ */
 const value = () => ({
   options: ['buffer'],
-  * read(client, name, key, argv, fn, options, at) {
-    return yield* client[$one](name, key, options?.buffer, (v, n) => {
-      argv.splice(at, 0, v, n);
-      return request(fn, ...argv);
-    });
+  answered: true,
+  * read(client, name, key, argv, fn, options) {
+    return client[$answered](yield requestAnswer(fn, ...argv, options?.buffer === true), name, key);
   },
 });
 /** Several values ([] when missing); options.buffer gives Buffers. */
@@ -138,11 +139,9 @@ const count = ({ unsigned = true, missing = 0 } = {}) => ({
  * Number, or a BigInt past 2^53; `missing` when the key is not there.
  */
 const wide = ({ missing = null } = {}) => ({
-  * read(client, name, key, argv, fn, options, at) {
-    const t = yield* client[$one](name, key, false, (v, n) => {
-      argv.splice(at, 0, v, n);
-      return request(fn, ...argv);
-    });
+  answered: true,
+  * read(client, name, key, argv, fn) {
+    const t = client[$answered](yield requestAnswer(fn, ...argv, false), name, key);
     return t === null ? missing : decodeInteger(t);
   },
 });
@@ -154,7 +153,7 @@ const wide = ({ missing = null } = {}) => ({
  * `optionKinds` (the options object is the argument after the last kind).
  */
 function command(fnName, args, answer, optionKinds = []) {
-  const fn = libraryFunction(fnName);
+  const fn = answer.answered ? answeredFunction(fnName) : libraryFunction(fnName);
   const keyed = args[0] === KEY;
   const optionNames = [...optionKinds.map((k) => k.optionName), ...(answer.options ?? [])];
   const taken = args.filter((k) => !k.fixed).length; // what the caller gives

@@ -12,6 +12,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "answered_call.h"
+#include "bytes_arg.h"
 #include "keyloom.h"
 #include "loop_pipeline.h"
 #include "pipelined_call.h"
@@ -63,10 +65,22 @@ void client_destroy(kl_client* client) {
   kl_client_destroy(client);
 }
 
-// The client's pipeline on this thread: its calls then go through
-// exports.pipelined. 0, or KL_PTHREAD_OP_FAILURE when no thread could be made.
-int pipeline_start(kl_client* client) {
-  return LoopPipeline::Start(v8::Isolate::GetCurrent(), client) ? KL_SUCCESS : KL_PTHREAD_OP_FAILURE;
+// pipeline_start(client, onSettled): the client's pipeline on this thread;
+// its calls then go through exports.pipelined, and onSettled gets the
+// finished ones ([ticket, result, ...]). 0, or KL_PTHREAD_OP_FAILURE when no
+// thread could be made.
+void PipelineStart(const v8::FunctionCallbackInfo<v8::Value>& info) {
+  using Args = Arguments<"pipeline_start", Client>;
+  Args::Slots slots{};
+  if (!Args::Convert(info, slots, 1)) return;
+  v8::Isolate* isolate = info.GetIsolate();
+  if (!info[1]->IsFunction()) {
+    isolate->ThrowException(v8::Exception::TypeError(
+        v8::String::NewFromUtf8Literal(isolate, "keyloom: pipeline_start takes the settle callback")));
+    return;
+  }
+  const bool started = LoopPipeline::Start(isolate, Client::get(std::get<0>(slots)), info[1].As<v8::Function>());
+  info.GetReturnValue().Set(started ? KL_SUCCESS : KL_PTHREAD_OP_FAILURE);
 }
 // Hands over the pipelined calls made since the last flush (once a tick).
 void pipeline_flush(kl_client* client) {
@@ -84,19 +98,24 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
       KL_CMD(kl_incrby_decimal, Client, CharP, Size, CharConstP, Size, CharPP, SizeP, Size),   \
       KL_CMD(kl_hincrby_decimal, Client, CharP, Size, CharP, Size, CharConstP, Size, CharPP,   \
              SizeP, Size),                                                                     \
-      KL_CMD(kl_get_ttl_decimal, Client, CharP, Size, CharPP, SizeP)
+      KL_CMD(kl_get_ttl_decimal, Client, CharP, Size, CharPP, SizeP),                          \
+      KL_CMD(kl_command, Client, Int, Bytes, Size, Bytes, Size, CharPP, SizeP)
 
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).
 const std::vector<FunctionEntry> kFunctions = {
     KEYLOOM_CLIENT_COMMANDS,
+    // Settings, made before a client's pipeline starts: not pipelined.
+    KL_CMD(kl_client_set_tls, Client, CharP, Size, CharP, Size, CharP, Size, CharP, Size, Int),
+    KL_CMD(kl_client_set_hash_tag, Client, CharP, Size),
+    KL_CMD(kl_server_add_weighted, Client, CharP, UInt, CharP, UInt),
     KL_EXPORT(kl_last_failure_kind, kl_last_failure_kind, RInt, Client),
     KL_EXPORT(kl_last_failure_server, kl_last_failure_server, RUtf8, Client),
     KL_EXPORT(kl_last_failure_text, kl_last_failure_text, RUtf8, Client),
     KL_EXPORT(client_alias, client_alias, RClient, Client),
     KL_EXPORT(client_adopt, client_adopt, RVoid, Client),
     KL_EXPORT(client_destroy, client_destroy, RVoid, Client),
-    KL_EXPORT(pipeline_start, pipeline_start, RInt, Client),
+    FunctionEntry{"pipeline_start", &PipelineStart},
     KL_EXPORT(pipeline_flush, pipeline_flush, RVoid, Client),
     KL_EXPORT(pipeline_timeout, pipeline_timeout, RVoid, Client, UInt),
 };
@@ -104,7 +123,8 @@ const std::vector<FunctionEntry> kFunctions = {
 // Adding a server changes the routing that suspended calls of a round may be
 // in the middle of: it is done before the pipeline starts, never through it.
 bool AddsServers(const char* name) {
-  return std::strcmp(name, "kl_server_add") == 0 || std::strcmp(name, "server_add") == 0;
+  return std::strcmp(name, "kl_server_add") == 0 || std::strcmp(name, "server_add") == 0 ||
+         std::strcmp(name, "kl_server_add_weighted") == 0;
 }
 
 // exports.pipelined: every library command of both modules, under the same
@@ -117,6 +137,33 @@ const std::vector<FunctionEntry> kPipelined = {
 #include "library_functions.inc"
     KEYLOOM_CLIENT_COMMANDS,
 };
+
+// exports.answered and exports.answered_pipelined: the commands that read one
+// value, returning (or settling with) the value itself (answered_call.h).
+#undef KL_CMD_AS
+#define KL_CMD_AS KL_ANSWERED_CMD_AS
+const std::vector<FunctionEntry> kAnswered = {
+#include "library_functions.inc"
+    KEYLOOM_CLIENT_COMMANDS,
+};
+#undef KL_CMD_AS
+#define KL_CMD_AS KL_PIPELINED_ANSWERED_CMD_AS
+const std::vector<FunctionEntry> kAnsweredPipelined = {
+#include "library_functions.inc"
+    KEYLOOM_CLIENT_COMMANDS,
+};
+
+// exports[name]: an object of the table's functions that have an entry.
+void ExportTable(v8::Isolate* isolate, v8::Local<v8::Context> context, v8::Local<v8::Object> exports,
+                 const char* name, const std::vector<FunctionEntry>& table) {
+  v8::Local<v8::Object> functions = v8::Object::New(isolate);
+  for (const FunctionEntry& function : table) {
+    if (function.name && !AddsServers(function.name)) {
+      KLRT_AddStaticFunction(isolate, context, functions, function.name, function.callback);
+    }
+  }
+  exports->Set(context, v8::String::NewFromUtf8(isolate, name).ToLocalChecked(), functions).Check();
+}
 
 }  // namespace
 
@@ -133,11 +180,7 @@ NODE_MODULE_INIT(/* exports, module, context */) {
   for (const FunctionEntry& function : kFunctions) {
     KLRT_AddStaticFunction(isolate, context, exports, function.name, function.callback);
   }
-  v8::Local<v8::Object> pipelined = v8::Object::New(isolate);
-  for (const FunctionEntry& function : kPipelined) {
-    if (function.name && !AddsServers(function.name)) {
-      KLRT_AddStaticFunction(isolate, context, pipelined, function.name, function.callback);
-    }
-  }
-  exports->Set(context, v8::String::NewFromUtf8Literal(isolate, "pipelined"), pipelined).Check();
+  ExportTable(isolate, context, exports, "pipelined", kPipelined);
+  ExportTable(isolate, context, exports, "answered", kAnswered);
+  ExportTable(isolate, context, exports, "answered_pipelined", kAnsweredPipelined);
 }

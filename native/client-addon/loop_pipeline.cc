@@ -11,22 +11,25 @@ namespace {
 // This thread's pipelines, by client.
 thread_local std::unordered_map<kl_client*, LoopPipeline*>* pipelines = nullptr;
 
-v8::Local<v8::Value> Outcome(v8::Isolate* isolate, const PipelinedCall& call) {
-  v8::Local<v8::Integer> code = v8::Integer::New(isolate, static_cast<int>(call.code));
-  if (call.failure_kind == KL_FAILURE_NONE) return code;
-  auto text = [isolate](const std::string& s) {
-    return v8::String::NewFromUtf8(isolate, s.data(), v8::NewStringType::kNormal, static_cast<int>(s.size()))
-        .ToLocalChecked();
-  };
-  v8::Local<v8::Value> parts[] = {code, v8::Integer::New(isolate, call.failure_kind),
-                                  text(call.failure_server), text(call.failure_text)};
+}  // namespace
+
+v8::Local<v8::String> TextOf(v8::Isolate* isolate, const std::string& s) {
+  return v8::String::NewFromUtf8(isolate, s.data(), v8::NewStringType::kNormal, static_cast<int>(s.size()))
+      .ToLocalChecked();
+}
+
+v8::Local<v8::Value> PipelinedCall::Result(v8::Isolate* isolate) {
+  v8::Local<v8::Integer> result = v8::Integer::New(isolate, static_cast<int>(code));
+  if (failure.kind == KL_FAILURE_NONE) return result;
+  v8::Local<v8::Value> parts[] = {result, v8::Integer::New(isolate, failure.kind), TextOf(isolate, failure.server),
+                                  TextOf(isolate, failure.text)};
   return v8::Array::New(isolate, parts, 4);
 }
 
-}  // namespace
-
-LoopPipeline::LoopPipeline(v8::Isolate* isolate, kl_client* client, kl_pipeline* pipeline)
+LoopPipeline::LoopPipeline(v8::Isolate* isolate, kl_client* client, kl_pipeline* pipeline,
+                           v8::Local<v8::Function> on_settled)
     : isolate_(isolate), client_(client), pipeline_(pipeline), wakeup_(new uv_async_t()) {
+  on_settled_.Reset(isolate, on_settled);
   uv_async_init(node::GetCurrentEventLoop(isolate), wakeup_, &LoopPipeline::OnDone);
   wakeup_->data = this;
   uv_unref(reinterpret_cast<uv_handle_t*>(wakeup_));
@@ -40,12 +43,12 @@ LoopPipeline::~LoopPipeline() {
            [](uv_handle_t* handle) { delete reinterpret_cast<uv_async_t*>(handle); });
 }
 
-bool LoopPipeline::Start(v8::Isolate* isolate, kl_client* client) {
+bool LoopPipeline::Start(v8::Isolate* isolate, kl_client* client, v8::Local<v8::Function> on_settled) {
   if (!client || Of(client)) return false;
   kl_pipeline* pipeline = kl_pipeline_start(client);
   if (!pipeline) return false;
   if (!pipelines) pipelines = new std::unordered_map<kl_client*, LoopPipeline*>();
-  (*pipelines)[client] = new LoopPipeline(isolate, client, pipeline);
+  (*pipelines)[client] = new LoopPipeline(isolate, client, pipeline, on_settled);
   return true;
 }
 
@@ -130,35 +133,40 @@ void LoopPipeline::SettleDone() {
   // Settles under a callback scope, so that the continuations (and
   // process.nextTick callbacks) run before the loop goes on.
   node::CallbackScope callback_scope(isolate_, resource_.Get(isolate_), node::async_context{0, 0});
+  // [ticket, result, ...]: every finished call, in one call into JavaScript.
+  std::vector<v8::Local<v8::Value>> parts;
+  parts.reserve(2 * settled.size());
   for (PipelinedCall* call : settled) {
     call->ReleaseArguments();
-    v8::Local<v8::Promise::Resolver> resolver = call->resolver.Get(isolate_);
-    resolver->Resolve(context, Outcome(isolate_, *call)).Check();
+    parts.push_back(v8::Integer::NewFromUnsigned(isolate_, call->ticket));
+    parts.push_back(call->Result(isolate_));
     delete call;
   }
   Track(-static_cast<int>(settled.size()));
+  v8::Local<v8::Value> argv[] = {v8::Array::New(isolate_, parts.data(), parts.size())};
+  // The callback catches what its continuations throw; an exception that
+  // still escapes is the process's, as for any callback.
+  if (on_settled_.Get(isolate_)->Call(context, v8::Undefined(isolate_), 1, argv).IsEmpty()) return;
 }
 
-void StartPipelinedCall(const v8::FunctionCallbackInfo<v8::Value>& info, PipelinedCall* call) {
+void StartPipelinedCall(const v8::FunctionCallbackInfo<v8::Value>& info, int ticket_at, PipelinedCall* call) {
   v8::Isolate* isolate = info.GetIsolate();
+  const char* refused = nullptr;
   LoopPipeline* pipeline = LoopPipeline::Of(call->client);
-  if (!pipeline) {
+  if (!info[ticket_at]->IsUint32()) {
+    refused = "keyloom: a pipelined call's last argument is its ticket, a uint32";
+  } else if (!pipeline) {
+    refused = "keyloom: this client has no pipeline on this thread";
+  }
+  if (refused) {
     call->ReleaseArguments();
     delete call;
-    isolate->ThrowException(v8::Exception::Error(
-        v8::String::NewFromUtf8Literal(isolate, "keyloom: this client has no pipeline on this thread")));
+    isolate->ThrowException(v8::Exception::Error(TextOf(isolate, refused)));
     return;
   }
-  v8::Local<v8::Promise::Resolver> resolver;
-  if (!v8::Promise::Resolver::New(isolate->GetCurrentContext()).ToLocal(&resolver)) {
-    call->ReleaseArguments();
-    delete call;
-    return;
-  }
-  call->resolver.Reset(isolate, resolver);
+  call->ticket = info[ticket_at].As<v8::Uint32>()->Value();
   call->owner = pipeline;
   pipeline->Add(call);
-  info.GetReturnValue().Set(resolver->GetPromise());
 }
 
 }  // namespace keyloom

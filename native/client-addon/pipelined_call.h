@@ -1,13 +1,16 @@
 // A library command called through the client's pipeline: the arguments are
 // converted on the JavaScript thread exactly as the synchronous export
-// converts them (runtime/wrapper.h), the library function runs on the
-// pipeline's thread, and the returned Promise settles on the JavaScript
-// thread with the code, or with [code, failure kind, server, text] when the
-// call met a failure.
+// converts them (runtime/wrapper.h), followed by one more, the caller's
+// ticket (a uint32) for the call; the library function runs on the
+// pipeline's thread. Back on the JavaScript thread, every call that finished
+// is handed to the pipeline's settle callback in one call (loop_pipeline.h):
+// its ticket and its result, the code, or [code, failure kind, server, text]
+// when the call met a failure.
 #pragma once
 
 #include <v8.h>
 
+#include <cstdint>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -18,6 +21,20 @@
 
 namespace keyloom {
 
+// Why a call failed, as the library recorded it for the call.
+struct CallFailureText {
+  int kind = KL_FAILURE_NONE;
+  std::string server;
+  std::string text;
+
+  void ReadFrom(kl_client* client) {
+    kind = kl_last_failure_kind(client);
+    if (kind == KL_FAILURE_NONE) return;
+    if (const char* s = kl_last_failure_server(client)) server = s;
+    if (const char* t = kl_last_failure_text(client)) text = t;
+  }
+};
+
 // One call in flight: made on the JavaScript thread, run on the pipeline's,
 // settled and deleted on the JavaScript thread.
 class LoopPipeline;
@@ -26,28 +43,27 @@ struct PipelinedCall {
   virtual ~PipelinedCall() = default;
   virtual void Run() = 0;              // the library call, on the pipeline's thread
   virtual void ReleaseArguments() = 0;  // after Run, or instead of it
+  // The call's result, on the JavaScript thread: the code, or [code, failure
+  // kind, server, text] when the call met a failure.
+  virtual v8::Local<v8::Value> Result(v8::Isolate* isolate);
 
   kl_client* client = nullptr;
   LoopPipeline* owner = nullptr;  // settles it
-  v8::Global<v8::Promise::Resolver> resolver;
+  uint32_t ticket = 0;            // the caller's name for the call
   kl_return_t code = KL_SUCCESS;
-  // Read in the call's own context (kl_last_failure_* are per call).
-  int failure_kind = KL_FAILURE_NONE;
-  std::string failure_server;
-  std::string failure_text;
+  CallFailureText failure;  // read in the call's own context (kl_last_failure_* are per call)
 
  protected:
-  void NoteFailure() {
-    failure_kind = kl_last_failure_kind(client);
-    if (failure_kind == KL_FAILURE_NONE) return;
-    if (const char* s = kl_last_failure_server(client)) failure_server = s;
-    if (const char* t = kl_last_failure_text(client)) failure_text = t;
-  }
+  void NoteFailure() { failure.ReadFrom(client); }
 };
 
-// Hands a converted call to its client's pipeline and gives back its
-// Promise; raises an Error when the client has no pipeline.
-void StartPipelinedCall(const v8::FunctionCallbackInfo<v8::Value>& info, PipelinedCall* call);
+// A library text as a JavaScript string (UTF-8).
+v8::Local<v8::String> TextOf(v8::Isolate* isolate, const std::string& s);
+
+// Hands a converted call to its client's pipeline with the ticket that is
+// argument ticket_at; raises an Error (and deletes the call) when the ticket
+// is not a uint32 or the client has no pipeline.
+void StartPipelinedCall(const v8::FunctionCallbackInfo<v8::Value>& info, int ticket_at, PipelinedCall* call);
 
 template <FixedString Name, auto Fn, class... Kinds>
 struct PipelinedWrapper {
@@ -68,12 +84,12 @@ struct PipelinedWrapper {
   static void Start(const v8::FunctionCallbackInfo<v8::Value>& info) {
     auto* call = new Call();
     // Converted in place: a short string's copy lives inside the slot.
-    if (!Args::Convert(info, call->slots)) {
+    if (!Args::Convert(info, call->slots, 1)) {
       delete call;
       return;
     }
     call->client = Client::get(std::get<0>(call->slots));
-    StartPipelinedCall(info, call);
+    StartPipelinedCall(info, Args::kArity, call);
   }
 };
 

@@ -8,6 +8,7 @@
 #include "connection.h"
 #include "exchange.h"
 #include "internal.h"
+#include "protocol.h"
 
 using namespace keyloom;
 
@@ -151,7 +152,10 @@ kl_return_t kl_shutdown(kl_client *client, char const *group, kl_return_t **resu
       continue;
     }
     // A server that shuts down closes the connection instead of answering.
-    Reply reply(static_cast<redisReply *>(redisCommand(s->ctx, "SHUTDOWN NOSAVE")));
+    const char *argv[2] = {"SHUTDOWN", "NOSAVE"};
+    const size_t lens[2] = {8, 6};
+    Reply reply;
+    round_trip(client, s, 2, argv, lens, &reply);
     codes.push_back(reply ? expect_type(reply.get(), REDIS_REPLY_STATUS) : KL_SUCCESS);
     disconnect_server(s);
   }

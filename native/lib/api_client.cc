@@ -4,6 +4,7 @@
 
 #include "connection.h"
 #include "exchange.h"
+#include "failures.h"
 #include "hash.h"
 #include "internal.h"
 #include "log.h"
@@ -17,6 +18,7 @@ Group *find_or_add_group(kl_client *client, const std::string &name) {
     if (g->name == name) return g.get();
   client->groups.push_back(std::make_unique<Group>());
   client->groups.back()->name = name;
+  client->groups.back()->continuum.set_hash_tag(client->hash_tag[0], client->hash_tag[1]);
   return client->groups.back().get();
 }
 
@@ -82,6 +84,9 @@ kl_client *kl_group_client(kl_client *client) {
   copy->db = client->db;
   copy->prefixes = client->prefixes;
   copy->prefix = client->prefix;
+  copy->tls = client->tls;
+  copy->hash_tag[0] = client->hash_tag[0];
+  copy->hash_tag[1] = client->hash_tag[1];
   copy->log_levels = client->log_levels;
   for (auto &g : client->groups) {
     auto group = std::make_unique<Group>();
@@ -141,8 +146,15 @@ const char *kl_last_failure_text(kl_client *client) {
 }
 
 kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char *group) {
+  return kl_server_add_weighted(client, host, port, group, 1);
+}
+
+kl_return_t kl_server_add_weighted(kl_client *client, char *host, unsigned int port, char *group,
+                                   unsigned int weight) {
   KL_REQUIRE_CLIENT(client);
-  KL_REQUIRE(host && *host && port > 0 && port <= 65535);
+  KL_REQUIRE(host && *host && port > 0 && port <= 65535 && weight > 0);
+  // Only the weighted MD5 continuum has weights to give.
+  KL_REQUIRE(weight == 1 || client->distribution == KL_DISTRIBUTION_CONSISTENT_KETAMA);
   CallScope lock(client);
   if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
   std::string name = (group && *group) ? group : "default";
@@ -158,7 +170,7 @@ kl_return_t kl_server_add(kl_client *client, char *host, unsigned int port, char
   server->name = address;
   g->servers.push_back(std::move(server));
   // Built on the next routing, once for any number of additions.
-  g->continuum.add_server(client->distribution, client->hash, point_base(host, port));
+  g->continuum.add_server(client->distribution, client->hash, point_base(host, port), weight);
   log_event(client, KL_LEVEL_EVENT, "server %s added to group %s", address.c_str(), name.c_str());
   return KL_SUCCESS;
 }
@@ -178,6 +190,41 @@ char const *kl_get_version(void) {
       KEYLOOM_VERSION_PATCH);
 #undef KL_STR
 #undef KL_STR2
+}
+
+kl_return_t kl_client_set_hash_tag(kl_client *client, char *delimiters, size_t len) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE(len == 0 || (len == 2 && delimiters && delimiters[0] != '\0' && delimiters[1] != '\0'));
+  return change_setting(client, [&] {
+    client->hash_tag[0] = len ? delimiters[0] : '\0';
+    client->hash_tag[1] = len ? delimiters[1] : '\0';
+    for (auto &g : client->groups) g->continuum.set_hash_tag(client->hash_tag[0], client->hash_tag[1]);
+  });
+}
+
+kl_return_t kl_client_set_tls(kl_client *client, char *ca, size_t ca_len, char *cert, size_t cert_len,
+                              char *key, size_t key_len, char *servername, size_t servername_len,
+                              int verify) {
+  KL_REQUIRE_CLIENT(client);
+  KL_REQUIRE((ca || ca_len == 0) && (cert || cert_len == 0) && (key || key_len == 0) &&
+             (servername || servername_len == 0));
+  CallScope lock(client);
+  if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
+  TlsOptions options;
+  options.ca = std::string_view(ca, ca_len);
+  options.cert = std::string_view(cert, cert_len);
+  options.key = std::string_view(key, key_len);
+  options.servername = std::string_view(servername, servername_len);
+  options.verify = verify != 0;
+  std::string why;
+  auto config = make_tls_config(options, &why);
+  if (!config) {
+    note_failure(client, nullptr, KL_FAILURE_CONNECTION, "TLS settings refused: " + why);
+    return KL_INVALID_PARAMETER;
+  }
+  close_all(client);
+  client->tls = std::move(config);
+  return KL_SUCCESS;
 }
 
 kl_return_t kl_auth(kl_client *client, char *password, size_t password_len) {

@@ -15,10 +15,18 @@
 #include "keyloom.h"
 #include "lock.h"
 #include "reply_reader.h"
+#include "tls.h"
 
 namespace keyloom {
 
 struct Script;
+
+// A script a caller sent (EVAL, SCRIPT LOAD): kept so that its EVALSHA can be
+// loaded ahead on each connection and retried as EVAL where a server lost it.
+struct CallerScript {
+  std::string source;
+  std::unique_ptr<Script> script;  // its source points into `source`
+};
 
 using Clock = std::chrono::steady_clock;
 
@@ -39,6 +47,7 @@ struct Server {
   unsigned port = 0;
   std::string name;  // "host:port", how kl_config_get/set address it
   redisContext *ctx = nullptr;
+  TlsSession *tls = nullptr;     // over ctx's socket, when the client uses TLS
   bool down = false;            // failed; not retried before down_until
   Clock::time_point down_until;
   int version_major = 0;        // from INFO at connect (0: unknown)
@@ -74,6 +83,9 @@ struct kl_client {
   int db = 0;                              // the selected database
   std::map<size_t, std::string> prefixes;  // logical-database key prefixes
   std::string prefix;                      // the selected database's prefix
+  std::shared_ptr<keyloom::TlsConfig> tls;  // null: connections without TLS
+  char hash_tag[2] = {'\0', '\0'};        // open and close of hash tags ('\0': off)
+  std::map<std::string, keyloom::CallerScript, std::less<>> caller_scripts;  // by SHA-1
   unsigned log_levels = 0;
   std::vector<std::unique_ptr<keyloom::Group>> groups;  // in creation order
   keyloom::CallFailure last_failure;    // of the call in progress, or the last one
@@ -96,7 +108,7 @@ size_t server_count(const kl_client *client);
 // However many servers and groups a call visits, it waits on them for at most
 // one connect time-out plus one reply time-out in all (the time-out serves as
 // both; a pipeline job may bring its own budget), plus kBudgetPerCommand for
-// each command it sends (exchange.h).
+// each command it sends and kBudgetPerArgument for each argument (exchange.h).
 class CallScope {
  public:
   explicit CallScope(kl_client *client)

@@ -1,7 +1,5 @@
 #include "connection.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +9,8 @@
 #include "log.h"
 #include "protocol.h"
 #include "resolve.h"
+#include "tls.h"
+#include "transport.h"
 
 namespace keyloom {
 
@@ -35,14 +35,6 @@ bool queue_command(redisContext *ctx, std::initializer_list<std::string_view> ar
   return redisAppendCommandArgv(ctx, argc, argv, lens) == REDIS_OK;
 }
 
-// Writes what is queued on ctx; false when the connection broke.
-bool write_queued(redisContext *ctx) {
-  int done = 0;
-  while (!done)
-    if (redisBufferWrite(ctx, &done) != REDIS_OK) return false;
-  return true;
-}
-
 // "redis_version:7.0.15" out of INFO server.
 void read_version(Server *server, const redisReply *info) {
   if (!info || info->type != REDIS_REPLY_STRING) return;
@@ -62,15 +54,11 @@ void lost_at_connect(kl_client *client, Server *server, const char *step) {
   drop_failed(client, server, step);
 }
 
-bool input_pending(const Server *server) {
-  const redisContext *ctx = server->ctx;
-  if (!ctx) return false;
-  if (ctx->reader && ctx->reader->len > ctx->reader->pos) return true;
-  char byte;
-  return recv(ctx->fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;  // data, or closed
-}
-
 void disconnect_server(Server *server) {
+  if (server->tls) {
+    tls_close(server->tls);
+    server->tls = nullptr;
+  }
   if (server->ctx) {
     redisFree(server->ctx);
     server->ctx = nullptr;
@@ -169,6 +157,16 @@ bool connect_server(kl_client *client, Server *server) {
   server->budget.limit = client->max_reply_bytes;
   attach_reply_budget(ctx->reader, &server->budget);
   if (!arm_timeout(client, server)) return drop_failed(client, server, "out of time"), false;
+  if (client->tls) {
+    std::string why;
+    server->tls = tls_open(*client->tls, ctx->fd, server->host, &why);
+    if (!server->tls) {
+      log_event(client, KL_LEVEL_ERROR, "TLS with %s failed: %s", server->name.c_str(), why.c_str());
+      note_failure(client, server, KL_FAILURE_CONNECTION, why);
+      drop_failed(client, server, "TLS handshake failed");
+      return false;
+    }
+  }
 
   // Replayed state, sent in one write, each reply read within what the call
   // has left (a server that accepts the connection and then stalls costs the
@@ -193,7 +191,7 @@ bool connect_server(kl_client *client, Server *server) {
     queued &= queue_command(ctx, {"INFO", "server"});
     steps[step_count++] = "INFO";
   }
-  if (step_count > 0 && !(queued && write_queued(ctx))) return lost_at_connect(client, server, steps[0]), false;
+  if (step_count > 0 && !(queued && send_queued(server))) return lost_at_connect(client, server, steps[0]), false;
   for (size_t i = 0; i < step_count; ++i) {
     Reply r;
     if (!read_next(client, server, &r)) return lost_at_connect(client, server, steps[i]), false;

@@ -18,10 +18,6 @@ void mark_down(kl_client *client, Server *server, const char *why);
 // A connection that broke while being set up (step: "AUTH", "SELECT", "INFO"):
 // the call's failure is noted and the server dropped.
 void lost_at_connect(kl_client *client, Server *server, const char *step);
-// True when server's open connection has input nobody asked for: a reply left
-// in the reader, or bytes (or the server's close) waiting on the socket before
-// anything was sent. Such a stream is out of step with its requests.
-bool input_pending(const Server *server);
 // Closes the connection without marking the server down.
 void disconnect_server(Server *server);
 // After a failed exchange: marks the server down, or only closes the

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 
 #include "hash.h"
 #include "md5.h"
@@ -78,9 +79,12 @@ void Continuum::build_pending() {
 void Continuum::build(kl_server_distribution distribution, kl_hash hash,
                       const std::vector<std::string> &servers) {
   stale_ = false;
-  if (&servers != &bases_) bases_ = servers;
+  if (&servers != &bases_) {
+    bases_ = servers;
+    weights_.assign(bases_.size(), 1);
+  }
   if (distribution == KL_DISTRIBUTION_CONSISTENT_KETAMA) {
-    build_weighted(hash, bases_, std::vector<unsigned>(bases_.size(), 1));
+    build_weighted(hash, bases_, weights_);
     return;
   }
   hash_ = hash;
@@ -110,6 +114,8 @@ void Continuum::build_weighted(kl_hash hash, const std::vector<std::string> &ser
                                const std::vector<unsigned> &weights, DigestRule rule) {
   stale_ = false;
   if (&servers != &bases_) bases_ = servers;
+  if (&weights != &weights_) weights_ = weights;
+  weights_.resize(bases_.size(), 0);
   distribution_ = KL_DISTRIBUTION_CONSISTENT_KETAMA;
   hash_ = hash;
   servers_ = servers.size();
@@ -143,6 +149,19 @@ size_t Continuum::point_for_hash(uint32_t h) const {
 size_t Continuum::server_for(const char *key, size_t len) const {
   refresh();
   if (servers_ <= 1) return 0;
+  if (tag_open_ != '\0') {
+    // The first open, then the first close after it, something between.
+    const void *open = std::memchr(key, tag_open_, len);
+    if (open) {
+      const char *start = static_cast<const char *>(open) + 1;
+      const size_t rest = len - static_cast<size_t>(start - key);
+      const void *close = std::memchr(start, tag_close_, rest);
+      if (close && close != start) {
+        len = static_cast<size_t>(static_cast<const char *>(close) - start);
+        key = start;
+      }
+    }
+  }
   const uint32_t h = hash_key(hash_, key, len);
   if (distribution_ == KL_DISTRIBUTION_MODULA) return h % servers_;
   if (values_.empty()) return 0;  // every weight 0: nothing to choose from

@@ -41,19 +41,34 @@ uint32_t digest_point(const unsigned char digest[16], unsigned j);
 // and not n rebuilds.
 class Continuum {
  public:
-  // Records one more server (its point base) for a later build(distribution,
-  // hash, every server recorded so far).
-  void add_server(kl_server_distribution distribution, kl_hash hash, std::string base) {
+  // Records one more server (its point base and, for the weighted MD5
+  // continuum, its weight) for a later build(distribution, hash, every server
+  // recorded so far).
+  void add_server(kl_server_distribution distribution, kl_hash hash, std::string base, unsigned weight = 1) {
     pending_distribution_ = distribution;
     pending_hash_ = hash;
     bases_.push_back(std::move(base));
+    weights_.push_back(weight);
     stale_ = true;
   }
 
+  // Hash tags: with open and close set, a key holding open, then close
+  // later, with something between, is routed by that part alone, so keys
+  // sharing it ("{user42}:cart", "{user42}:profile") share a server. '\0'
+  // for both: whole keys.
+  void set_hash_tag(char open, char close) {
+    tag_open_ = open;
+    tag_close_ = close;
+  }
+  bool hash_tagged() const { return tag_open_ != '\0'; }
+  char hash_tag_open() const { return tag_open_; }
+  char hash_tag_close() const { return tag_close_; }
+
   // Rebuilds for these servers (point bases in the order they were added).
   // MODULA keeps no points; CONSISTENT has 100 points per server, each the
-  // key hash of "base-i"; CONSISTENT_KETAMA is build_weighted() with every
-  // weight 1. An unknown distribution is taken as MODULA.
+  // key hash of "base-i"; CONSISTENT_KETAMA is build_weighted() with the
+  // weights recorded by add_server() (every weight 1 for servers given
+  // here). An unknown distribution is taken as MODULA.
   void build(kl_server_distribution distribution, kl_hash hash,
              const std::vector<std::string> &servers);
   // The weighted MD5 continuum: ketama_digests() digests of "base-i" per
@@ -63,8 +78,9 @@ class Continuum {
                       const std::vector<unsigned> &weights,
                       DigestRule rule = DigestRule::single_precision);
 
-  // Index (in the order added) of the server for key; 0 without hashing when
-  // there is one server; must not be called with no servers (answers 0).
+  // Index (in the order added) of the server for key (its hash tag only,
+  // when tags are on and it has one); 0 without hashing when there is one
+  // server; must not be called with no servers (answers 0).
   size_t server_for(const char *key, size_t len) const;
   size_t servers() const {
     refresh();
@@ -117,7 +133,10 @@ class Continuum {
   std::vector<uint32_t> owners_;
   // The servers of the last build plus those added since (point bases).
   std::vector<std::string> bases_;
+  std::vector<unsigned> weights_;  // one per base
   bool stale_ = false;
+  char tag_open_ = '\0';
+  char tag_close_ = '\0';
   kl_server_distribution pending_distribution_ = KL_DISTRIBUTION_MODULA;
   kl_hash pending_hash_ = KL_HASH_DEFAULT;
 };

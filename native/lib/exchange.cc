@@ -8,6 +8,7 @@
 #include "log.h"
 #include "pipeline.h"
 #include "protocol.h"
+#include "transport.h"
 
 namespace keyloom {
 
@@ -80,19 +81,18 @@ void exchange_queue(kl_client *client, Batch &b) {
   if (!append(client, b)) return fail(client, b, "could not queue commands");
   // The budget grows with the work: a healthy server answering a batch of
   // 300,000 commands is busy, not down.
-  client->deadline += kBudgetPerCommand * b.size();
+  size_t arguments = 0;
+  for (size_t i = 0; i < b.size(); ++i) arguments += static_cast<size_t>(b.cmd(i).argc());
+  client->deadline += kBudgetPerCommand * b.size() + kBudgetPerArgument * arguments;
 }
 
 void exchange_send(kl_client *client, Batch &b) {
   if (b.size() == 0 || b.failed) return;
   if (!b.server->ctx) return connection_gone(client, b);
   if (!arm_timeout(client, b.server)) return out_of_time(client, b);
-  int done = 0;
-  while (!done) {
-    if (redisBufferWrite(b.server->ctx, &done) != REDIS_OK) {
-      note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_io_failure("write", b.server->ctx));
-      return fail(client, b, "write failed");
-    }
+  if (!send_queued(b.server)) {
+    note_failure(client, b.server, KL_FAILURE_CONNECTION, describe_io_failure("write", b.server->ctx));
+    return fail(client, b, "write failed");
   }
 }
 
@@ -140,7 +140,7 @@ void exchange_settle(kl_client *client, Batch &b) {
   for (size_t i = 0; ok && i < b.size(); ++i) {
     if (is_noscript(b.replies[i].get()) && b.cmd(i).script()) {
       if (!b.server->ctx) return connection_gone(client, b);
-      ok = retry_as_eval(b, i);
+      ok = retry_as_eval(client, b, i);
     }
   }
   if (!ok) return read_failed(client, b);

@@ -40,8 +40,10 @@ struct Batch {
 // pipeline's fiber the call steps aside until its round has run them.
 void exchange(kl_client *client, Batch *batches, size_t n);
 
-// What each command sent adds to its call's time budget.
+// What each command sent adds to its call's time budget, and each of its
+// arguments besides (an MSET of 256 keys is more work than a GET).
 constexpr std::chrono::microseconds kBudgetPerCommand{10};
+constexpr std::chrono::microseconds kBudgetPerArgument{1};
 
 // The four steps of an exchange, each over one batch. Every batch of a
 // round takes a step before any takes the next: all are queued (connecting

@@ -13,6 +13,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -31,6 +32,9 @@ namespace {
 
 // The most calls one round runs at once: each holds a fiber stack.
 constexpr size_t kRoundCalls = 1024;
+// How long a pipeline waits with nothing to do before it gives back the
+// stacks of its last rounds (all but kIdleKeptStacks).
+constexpr auto kIdleRelease = std::chrono::seconds(1);
 
 // One call of a round.
 struct Call {
@@ -110,7 +114,44 @@ struct kl_pipeline {
 
   void main();
   void run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n);
+  // A burst of 1,024 calls must not hold 1,024 stacks for the life of the
+  // client: the call records (each with its fiber's stack) are cut to the
+  // largest round of each stretch of kIdleRelease, and to none when a
+  // whole stretch passes without work.
+  keyloom::Clock::time_point stretch_start = keyloom::Clock::now();
+  size_t stretch_peak = 0;  // the most calls a round of this stretch ran
+
+  // Called with the lock held: waits for work, releasing the records when
+  // none comes for kIdleRelease.
+  void wait_for_work(std::unique_lock<std::mutex> &lock, std::vector<std::unique_ptr<Call>> &calls);
+  void after_round(std::vector<std::unique_ptr<Call>> &calls, size_t n);
+  void keep_calls(std::vector<std::unique_ptr<Call>> &calls, size_t keep);
 };
+
+void kl_pipeline::keep_calls(std::vector<std::unique_ptr<Call>> &calls, size_t keep) {
+  if (calls.size() > keep) {
+    calls.resize(keep);  // each fiber gives its stack to the thread's pool
+    keyloom::release_pooled_stacks(keyloom::kIdleKeptStacks);
+  }
+  stretch_start = keyloom::Clock::now();
+  stretch_peak = 0;
+}
+
+void kl_pipeline::wait_for_work(std::unique_lock<std::mutex> &lock, std::vector<std::unique_ptr<Call>> &calls) {
+  auto has_work = [this] { return !queue.empty() || stopping; };
+  if (!calls.empty() && !wake.wait_for(lock, keyloom::kIdleRelease, has_work)) {
+    lock.unlock();
+    keep_calls(calls, 0);
+    calls.shrink_to_fit();
+    lock.lock();
+  }
+  wake.wait(lock, has_work);
+}
+
+void kl_pipeline::after_round(std::vector<std::unique_ptr<Call>> &calls, size_t n) {
+  stretch_peak = std::max(stretch_peak, n);
+  if (keyloom::Clock::now() - stretch_start >= keyloom::kIdleRelease) keep_calls(calls, stretch_peak);
+}
 
 // Runs n calls to the end. The round holds the client's lock: under
 // KL_FLAG_SHARED, other threads' calls wait for it.
@@ -161,7 +202,7 @@ void kl_pipeline::main() {
     size_t n = 0;
     {
       std::unique_lock<std::mutex> lock(mutex);
-      wake.wait(lock, [this] { return !queue.empty() || stopping; });
+      wait_for_work(lock, calls);
       if (queue.empty()) return;
       n = std::min(queue.size(), keyloom::kRoundCalls);
       while (calls.size() < n) calls.push_back(std::make_unique<Call>());
@@ -171,6 +212,7 @@ void kl_pipeline::main() {
       }
     }
     run_round(calls, n);
+    after_round(calls, n);
   }
 }
 

@@ -10,6 +10,7 @@ extern "C" {  // sds.h has no C++ guard of its own
 #include <vector>
 
 #include "connection.h"
+#include "transport.h"
 
 namespace keyloom {
 
@@ -101,7 +102,7 @@ bool append(const kl_client *client, Batch &b) {
 
 bool read_next(kl_client *client, Server *server, void **reply) {
   return read_reply(server->ctx, &server->budget, reply,
-                    [client, server] { return arm_timeout(client, server); });
+                    [client, server] { return arm_timeout(client, server) && receive_more(server); });
 }
 
 bool read_next(kl_client *client, Server *server, Reply *out) {
@@ -112,7 +113,13 @@ bool read_next(kl_client *client, Server *server, Reply *out) {
 }
 
 // A server without the script (flushed since we loaded it): run it as EVAL.
-bool retry_as_eval(Batch &b, size_t i) {
+bool round_trip(kl_client *client, Server *server, int argc, const char **argv, const size_t *lens,
+                Reply *out) {
+  out->reset();
+  return append_argv(server->ctx, argc, argv, lens) && send_queued(server) && read_next(client, server, out);
+}
+
+bool retry_as_eval(kl_client *client, Batch &b, size_t i) {
   Command &c = b.cmd(i);
   int at = c.script_index();
   std::vector<const char *> argv(c.argv(), c.argv() + c.argc());
@@ -121,10 +128,7 @@ bool retry_as_eval(Batch &b, size_t i) {
   lens[at] = 4;
   argv[at + 1] = c.script()->source;
   lens[at + 1] = std::strlen(c.script()->source);
-  void *r = redisCommandArgv(b.server->ctx, c.argc(), argv.data(), lens.data());
-  if (!r) return false;
-  b.replies[i].reset(static_cast<redisReply *>(r));
-  return true;
+  return round_trip(client, b.server, c.argc(), argv.data(), lens.data(), &b.replies[i]);
 }
 
 }  // namespace keyloom

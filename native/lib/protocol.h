@@ -17,6 +17,10 @@ bool read_next(kl_client *client, Server *server, Reply *out);
 // A NOSCRIPT error reply: the server does not have the script (any more).
 bool is_noscript(const redisReply *r);
 // Runs command i of b again as EVAL, its reply replacing the NOSCRIPT one.
-bool retry_as_eval(Batch &b, size_t i);
+bool retry_as_eval(kl_client *client, Batch &b, size_t i);
+// One command on its own: sent, and its reply read within the call's time.
+// False when the connection failed first (*out is empty then).
+bool round_trip(kl_client *client, Server *server, int argc, const char **argv, const size_t *lens,
+                Reply *out);
 
 }  // namespace keyloom

@@ -131,7 +131,7 @@ void attach_reply_budget(redisReader *reader, ReplyBudget *budget) {
 }
 
 bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
-                FunctionRef<bool()> before_read) {
+                FunctionRef<bool()> read_more) {
   *reply = nullptr;
   if (budget) {
     budget->exceeded = false;
@@ -140,8 +140,7 @@ bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
   if (redisGetReplyFromReader(ctx, reply) != REDIS_OK) return false;
   while (*reply == nullptr) {
     if (budget && item_in_progress_too_large(ctx->reader, budget)) return false;
-    if (!before_read()) return false;
-    if (redisBufferRead(ctx) != REDIS_OK) return false;
+    if (!read_more()) return false;
     if (redisGetReplyFromReader(ctx, reply) != REDIS_OK) return false;
   }
   return true;

@@ -27,13 +27,13 @@ struct ReplyBudget {
 // outlive the reader's use).
 void attach_reply_budget(redisReader *reader, ReplyBudget *budget);
 
-// The next reply of ctx, reading from the socket as needed (redisGetReply with
-// the announced-size check between reads). before_read runs before every read
-// from the socket and may refuse it (the call's time is up): a reply drip-fed
-// a byte at a time, or reads cut short by signals, end there. False when none
-// could be read: the connection failed, timed out, before_read refused, or the
+// The next reply of ctx, reading as needed (redisGetReply with the
+// announced-size check between reads). read_more feeds ctx's reader from the
+// connection and may refuse to (the call's time is up): a reply drip-fed a
+// byte at a time, or reads cut short by signals, end there. False when none
+// could be read: the connection failed, timed out, read_more refused, or the
 // reply passed the budget (budget->exceeded is set then).
 bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
-                FunctionRef<bool()> before_read);
+                FunctionRef<bool()> read_more);
 
 }  // namespace keyloom

@@ -345,7 +345,7 @@ forEachKind(async (kind) => {
     refuse({ servers: [address(s)], colour: 'blue' }, /unknown option 'colour'/);
     refuse({ port: 6379 }, /port goes with host/);
     refuse({ host: 'a', servers: ['b'] }, /give the servers one way/);
-    refuse({ url: 'rediss://h:6379' }, /rediss:\/\/ \(TLS\) is not supported yet/);
+    refuse({ url: 'rediss://h:6379', tls: { ca: 'not pem' } }, /ca: no PEM certificate/);
     refuse({ servers: ['admin:hunter2@h:6379'] }, /must be a redis:\/\/ URL/);
     refuse({ url: 'redis://:hunter2@h:6379', password: 'other' }, /password is given twice/);
   });

@@ -3,12 +3,17 @@
 // result, failure record, group policy and time budget.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <thread>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "fiber.h"
 #include "keyloom.h"
+#include "pipeline.h"
 #include "support/test_cluster.h"
 
 using keyloom::test::Clock;
@@ -173,6 +178,88 @@ TEST(Pipeline, JobsHandedOverFromManyThreadsAllRun) {
   kl_pipeline_stop(pipeline);
   for (const SetThenGet &job : jobs) EXPECT_EQ(job.read, job.value);
   EXPECT_EQ(kl_pipeline_submit(nullptr, nullptr, 0), KL_INVALID_CLIENT);
+}
+
+// A SET then GET that notes how many fiber stacks were in use as it ended.
+struct NotingStacks {
+  SetThenGet call;
+  size_t stacks_in_use = 0;
+  std::atomic<size_t> *done = nullptr;
+
+  static void run(void *data) {
+    auto *job = static_cast<NotingStacks *>(data);
+    SetThenGet::run(&job->call);
+    // On the pipeline's thread: its pool is the one counted here.
+    job->stacks_in_use = keyloom::fiber_stacks_mapped() - keyloom::fiber_stacks_pooled();
+    job->done->fetch_add(1);
+  }
+};
+
+// Hands over n jobs at once and waits until all have run.
+void run_burst(kl_pipeline *pipeline, kl_client *client, std::vector<NotingStacks> &jobs, size_t n,
+               std::atomic<size_t> &done) {
+  jobs = std::vector<NotingStacks>(n);
+  std::vector<kl_job> records;
+  done = 0;
+  for (size_t i = 0; i < n; ++i) {
+    jobs[i].call.client = client;
+    jobs[i].call.key = numbered("burst", i);
+    jobs[i].call.value = std::to_string(i);
+    jobs[i].done = &done;
+    records.push_back({&NotingStacks::run, &jobs[i], 0});
+  }
+  ASSERT_EQ(kl_pipeline_submit(pipeline, records.data(), records.size()), KL_SUCCESS);
+  while (done.load() < n) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
+TEST(Pipeline, AnIdlePipelineGivesBackTheStacksOfItsLastRounds) {
+  TestCluster cluster(1);
+  const size_t mapped_before = keyloom::fiber_stacks_mapped();
+  kl_pipeline *pipeline = kl_pipeline_start(cluster.client());
+  ASSERT_NE(pipeline, nullptr);
+  std::atomic<size_t> done{0};
+  std::vector<NotingStacks> jobs;
+  for (int burst = 0; burst < 2; ++burst) {
+    run_burst(pipeline, cluster.client(), jobs, 1024, done);
+    size_t most = 0;
+    for (const NotingStacks &job : jobs) {
+      EXPECT_EQ(job.call.read, job.call.value);
+      most = std::max(most, job.stacks_in_use);
+    }
+    EXPECT_GE(most, 1024u) << "the burst did not run as one round";
+    // Idle now: the stacks go back, all but a few (waited for, not timed).
+    const auto give_up = Clock::now() + std::chrono::seconds(60);
+    while (keyloom::fiber_stacks_mapped() > mapped_before + keyloom::kIdleKeptStacks && Clock::now() < give_up)
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_LE(keyloom::fiber_stacks_mapped(), mapped_before + keyloom::kIdleKeptStacks) << "burst " << burst;
+  }
+  kl_pipeline_stop(pipeline);
+  EXPECT_EQ(keyloom::fiber_stacks_mapped(), mapped_before);
+}
+
+TEST(Pipeline, APipelineKeptBusyWithSmallRoundsGivesBackTheStacksOfAnEarlierBurst) {
+  TestCluster cluster(1);
+  const size_t mapped_before = keyloom::fiber_stacks_mapped();
+  kl_pipeline *pipeline = kl_pipeline_start(cluster.client());
+  ASSERT_NE(pipeline, nullptr);
+  std::atomic<size_t> done{0};
+  std::vector<NotingStacks> jobs;
+  run_burst(pipeline, cluster.client(), jobs, 1024, done);
+  // One call at a time, never idle long: the records beyond what these
+  // rounds use are cut (waited for, not timed).
+  // Kept: the pooled few and the stack of the one call these rounds run.
+  const size_t kept = mapped_before + keyloom::kIdleKeptStacks + 1;
+  const auto give_up = Clock::now() + std::chrono::seconds(60);
+  size_t rounds = 0;
+  while (keyloom::fiber_stacks_mapped() > kept && Clock::now() < give_up) {
+    run_burst(pipeline, cluster.client(), jobs, 1, done);
+    ASSERT_EQ(jobs[0].call.read, jobs[0].call.value);
+    ++rounds;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_LE(keyloom::fiber_stacks_mapped(), kept) << rounds << " rounds";
+  kl_pipeline_stop(pipeline);
+  EXPECT_EQ(keyloom::fiber_stacks_mapped(), mapped_before);
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 // own way.
 const { checked } = require('../arguments.js');
 
-const FAMILIES = ['connection', 'strings', 'keys', 'admin', 'lists', 'sets', 'sorted-sets', 'hashes', 'dictionaries'];
+const FAMILIES = ['connection', 'strings', 'keys', 'admin', 'lists', 'sets', 'sorted-sets', 'hashes', 'dictionaries', 'any'];
 
 const commands = new Map();
 for (const family of FAMILIES) {

@@ -50,10 +50,11 @@ struct Arguments {
   // The message type texts, read only on the failure path.
   static constexpr const char* kTexts[sizeof...(Kinds) + 1] = {Kinds::text..., nullptr};
 
-  // False when the call must not go on: the exception is raised.
+  // False when the call must not go on: the exception is raised. `extra`
+  // arguments may follow the function's own (the pipelined forms' ticket).
   [[gnu::always_inline]] static inline bool Convert(const v8::FunctionCallbackInfo<v8::Value>& info,
-                                                    Slots& slots) {
-    return ConvertAll(info, slots, std::index_sequence_for<Kinds...>{});
+                                                    Slots& slots, int extra = 0) {
+    return ConvertAll(info, slots, extra, std::index_sequence_for<Kinds...>{});
   }
 
   // Fn called with the converted values.
@@ -92,8 +93,8 @@ struct Arguments {
 
   template <size_t... I>
   [[gnu::always_inline]] static inline bool ConvertAll(const v8::FunctionCallbackInfo<v8::Value>& info,
-                                                       Slots& slots, std::index_sequence<I...>) {
-    if (info.Length() != kArity) [[unlikely]] {
+                                                       Slots& slots, int extra, std::index_sequence<I...>) {
+    if (info.Length() != kArity + extra) [[unlikely]] {
       RaiseArity(Name.s);
       return false;
     }
