@@ -72,6 +72,7 @@ function build({
   const cache = path.join(buildDir, 'CMakeCache.txt');
   const wanted = [
     `-DNODE_INCLUDE_DIR=${include}`,
+    `-DKEYLOOM_NODE=${process.execPath}`,
     `-DKEYLOOM_SANITIZE=${sanitize ? 'ON' : 'OFF'}`,
     `-DKEYLOOM_WERROR=${werror ? 'ON' : 'OFF'}`,
     `-DKEYLOOM_TESTS=${tests ? 'ON' : 'OFF'}`,

@@ -5,7 +5,7 @@
 // commands themselves live in commands/, one file per family; index.js puts
 // them on KeyloomClient's prototype.
 const {
-  kl, codes, DIRTY, KeyloomError, decode, scoped, elements, countOf,
+  kl, codes, DIRTY, KeyloomError, decode, scoped,
 } = require('./support.js');
 const { own } = require('./native.js');
 
@@ -18,8 +18,6 @@ const $check = Symbol('keyloom.check');
 const $status = Symbol('keyloom.status');
 const $one = Symbol('keyloom.one');
 const $answered = Symbol('keyloom.answered');
-const $many = Symbol('keyloom.many');
-const $integer = Symbol('keyloom.integer');
 // True when some group spreads its keys over more than one server.
 const $sharded = Symbol('keyloom.sharded');
 // The client's servers in the order given: [{ group, name: 'host:port' }].
@@ -36,9 +34,11 @@ const $onDirty = Symbol('keyloom.onDirty');
 // resuming the command with the call's code either way.
 const request = (fn, ...args) => ({ fn, args });
 // A call of an answered form (keyloom_client.node `answered`): it comes back
-// with the value itself, null for KL_NOTFOUND, or [code, value, failure kind,
-// server, text] for any other code, which the command hands to $answered.
+// with the value itself, null for KL_NOTFOUND, or for any other code the
+// failure record { code, value, kind, server, text } (an object without a
+// prototype, which no value is), which the command hands to $answered.
 const requestAnswer = (fn, ...args) => ({ fn, args, answered: true });
+const isFailureRecord = (answer) => typeof answer === 'object' && answer !== null && Object.getPrototypeOf(answer) === null;
 
 /** Runs a command to its end, each library call made as it comes. */
 function runNow(command) {
@@ -137,10 +137,9 @@ class ClientCore {
   // The answer of an answered call: its value, or the value once its code is
   // checked (an error throws; the dirty bit tells onDirty).
   [$answered](answer, command, key) {
-    if (!Array.isArray(answer)) return answer;
-    const [rc, value, kind, server, text] = answer;
-    this[$check](rc, command, key, failureFields(kind, server, text));
-    return value;
+    if (!isFailureRecord(answer)) return answer;
+    this[$check](answer.code, command, key, failureFields(answer.kind, answer.server, answer.text));
+    return answer.value;
   }
 
   // What the last library call met, for its KeyloomError.
@@ -167,30 +166,6 @@ class ClientCore {
       if (resultOf(rc) === NOTFOUND) return null;
       this[$check](rc, command, key);
       return decode(kl.charpp_value_raw(o.v, o.n), asBuffer);
-    });
-  }
-
-  // A read of several values through a count cell, a char *** and a size_t ** cell.
-  * [$many](command, key, asBuffer, call, okCodes) {
-    return yield* scoped(this, function* many(s) {
-      const count = s.count();
-      const o = s.strings(count);
-      const rc = yield call(o.arr, count, o.lens);
-      const r = resultOf(rc);
-      if (r === NOTFOUND) return [];
-      if (!(okCodes && okCodes.includes(r))) this[$check](rc, command, key);
-      return elements(o.arr, o.lens, countOf(count), asBuffer);
-    });
-  }
-
-  // A read of an integer through an int * or unsigned int * cell.
-  * [$integer](command, key, unsigned, call, missing = 0) {
-    return yield* scoped(this, function* integer(s) {
-      const cell = unsigned ? s.uint() : s.int();
-      const rc = yield call(cell);
-      if (resultOf(rc) === NOTFOUND) return missing;
-      this[$check](rc, command, key);
-      return unsigned ? kl.uintp_value(cell) >>> 0 : kl.intp_value(cell);
     });
   }
 
@@ -228,5 +203,5 @@ if (typeof Symbol.dispose === 'symbol') {
 
 module.exports = {
   ClientCore, KeyloomClient, NOTFOUND, resultOf, request, requestAnswer, runNow, failureFields,
-  $handle, $check, $status, $one, $answered, $many, $integer, $sharded, $servers, $failure, $destroy, $onDirty,
+  $handle, $check, $status, $one, $answered, $sharded, $servers, $failure, $destroy, $onDirty,
 };

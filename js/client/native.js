@@ -18,7 +18,7 @@ function libraryFunction(name) {
 function answeredFunction(name) {
   const fn = own.answered[name];
   if (typeof fn !== 'function') {
-    throw new Error(`keyloom: ${name} has no answered form (it must read one value through a char ** and a size_t * cell)`);
+    throw new Error(`keyloom: ${name} has no answered form (its outputs must be one value, several values or a count)`);
   }
   return fn;
 }

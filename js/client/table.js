@@ -7,21 +7,30 @@
 // (options last); the C call is laid out as (client, the arguments' C values,
 // the answer's cells, the options' C values), which is how every simple
 // function of the library reads. A kind carries its own conversion and the
-// text of its TypeError; an answer says which cells the call needs, which codes
-// are not errors, and what the method returns.
+// text of its TypeError; an answer says which codes are not errors and what
+// the method returns. An answer that reads cells (one value, several, a count)
+// calls the command's answered form, which keeps the cells natively and gives
+// the value back: the method passes the arguments and options alone.
 const {
   kl, text, byteLength, seconds, integer, number, wideInteger, decodeInteger, INT64_MIN, INT64_MAX,
 } = require('./support.js');
-const { libraryFunction, answeredFunction } = require('./native.js');
-const { $handle, $status, $answered, $many, $integer, $check, request, requestAnswer } = require('./core.js');
+const { own, libraryFunction, answeredFunction } = require('./native.js');
+const { $handle, $status, $answered, $check, request, requestAnswer } = require('./core.js');
 
 const NULL_STRING = '_NL_'; // the addon's null-string sentinel (keys, flushall)
 
 // ---- argument kinds: one caller argument, the C arguments it becomes ----------
+//
+// Each kind and answer names the C kinds it stands for (`c`, in the spelling
+// of the native tables; 'CharP|CharConstP' takes either), and each line is
+// checked against its library function's declaration when it is made.
+
+const TEXT_C = ['CharP|CharConstP', 'Size'];
 
 /** Text as (chars, byte length): keys, fields, members, values. */
 const textOf = (label) => ({
   label,
+  c: TEXT_C,
   push(argv, value, command) {
     const t = text(value, label, command);
     argv.push(t, byteLength(t));
@@ -31,6 +40,7 @@ const textOf = (label) => ({
 const integerOf = (label, fallback) => ({
   label,
   fallback,
+  c: ['Int'],
   push(argv, value, command) { argv.push(integer(value, label, command)); },
 });
 /**
@@ -39,6 +49,7 @@ const integerOf = (label, fallback) => ({
  */
 const wideIntegerOf = (label, { negate = false } = {}) => ({
   label,
+  c: TEXT_C,
   push(argv, value, command) {
     let n = wideInteger(value, label, command);
     if (negate) n = -n;
@@ -52,6 +63,7 @@ const wideIntegerOf = (label, { negate = false } = {}) => ({
 /** A fixed whole number the caller does not give (INCR is INCRBY 1). */
 const fixedInteger = (n) => ({
   fixed: true,
+  c: TEXT_C,
   push(argv) {
     const t = String(n);
     argv.push(t, t.length);
@@ -61,11 +73,13 @@ const fixedInteger = (n) => ({
 const numberOf = (label, fallback) => ({
   label,
   fallback,
+  c: ['Double'],
   push(argv, value, command) { argv.push(number(value, label, command)); },
 });
 /** Seconds (size_t). */
 const secondsOf = (label) => ({
   label,
+  c: ['Size'],
   push(argv, value, command) { argv.push(seconds(value, label, command)); },
 });
 
@@ -86,20 +100,21 @@ function groupOf(options, command) {
   return options?.group ? text(options.group, 'group', command) : '';
 }
 
-const option = (name, push) => Object.assign(push, { optionName: name });
-const TTL = option('ttl', (argv, o, command) => argv.push(seconds(o?.ttl, 'ttl', command)));
-const ROUTE = option('route', (argv, o, command) => {
+const option = (name, c, push) => Object.assign(push, { optionName: name, c });
+const TTL = option('ttl', ['Size'], (argv, o, command) => argv.push(seconds(o?.ttl, 'ttl', command)));
+const ROUTE = option('route', TEXT_C, (argv, o, command) => {
   const r = routeOf(o, command);
   argv.push(r, byteLength(r));
 });
 // The group addressed (every group when none) and no per-server result cell.
-const GROUP = option('group', (argv, o, command) => argv.push(groupOf(o, command), null));
-const WEIGHT = option('weight', (argv, o, command) => argv.push(seconds(o?.weight ?? 1, 'weight', command)));
+const GROUP = option('group', ['CharConstP|CharP', 'RetPP'], (argv, o, command) => argv.push(groupOf(o, command), null));
+const WEIGHT = option('weight', ['UInt'], (argv, o, command) => argv.push(seconds(o?.weight ?? 1, 'weight', command)));
 
 // ---- answers ------------------------------------------------------------------
 
 /** The code alone: true, or false for one of the `soft` codes. */
 const done = (...soft) => ({
+  c: [],
   * read(client, name, key, argv, fn) {
     return client[$status](yield request(fn, ...argv), name, key, soft.length ? soft : undefined);
   },
@@ -109,29 +124,28 @@ const done = (...soft) => ({
  * call is the command's answered form: one crossing, no cells.
  */
 const value = () => ({
+  c: ['CharPP', 'SizeP'],
   options: ['buffer'],
   answered: true,
   * read(client, name, key, argv, fn, options) {
     return client[$answered](yield requestAnswer(fn, ...argv, options?.buffer === true), name, key);
   },
 });
-/** Several values ([] when missing); options.buffer gives Buffers. */
+/** Several values ([] when missing); options.buffer gives Buffers. Answered, like value(). */
 const values = () => ({
+  c: ['CharPPP', 'SizeP', 'SizePP'],
   options: ['buffer'],
-  * read(client, name, key, argv, fn, options, at) {
-    return yield* client[$many](name, key, options?.buffer, (arr, count, lens) => {
-      argv.splice(at, 0, arr, count, lens);
-      return request(fn, ...argv);
-    });
+  answered: true,
+  * read(client, name, key, argv, fn, options) {
+    return client[$answered](yield requestAnswer(fn, ...argv, options?.buffer === true), name, key) ?? [];
   },
 });
-/** An int (or unsigned int) cell; `missing` when the key is not there. */
-const count = ({ unsigned = true, missing = 0 } = {}) => ({
-  * read(client, name, key, argv, fn, options, at) {
-    return yield* client[$integer](name, key, unsigned, (cell) => {
-      argv.splice(at, 0, cell);
-      return request(fn, ...argv);
-    }, missing);
+/** A count (an int or unsigned int cell); `missing` when the key is not there. Answered. */
+const count = ({ missing = 0 } = {}) => ({
+  c: ['IntP|UIntP'],
+  answered: true,
+  * read(client, name, key, argv, fn) {
+    return client[$answered](yield requestAnswer(fn, ...argv, false), name, key) ?? missing;
   },
 });
 /**
@@ -139,6 +153,7 @@ const count = ({ unsigned = true, missing = 0 } = {}) => ({
  * Number, or a BigInt past 2^53; `missing` when the key is not there.
  */
 const wide = ({ missing = null } = {}) => ({
+  c: ['CharPP', 'SizeP'],
   answered: true,
   * read(client, name, key, argv, fn) {
     const t = client[$answered](yield requestAnswer(fn, ...argv, false), name, key);
@@ -149,10 +164,11 @@ const wide = ({ missing = null } = {}) => ({
 
 /**
  * The method `name` calls library function `fnName` (js/client/native.js) with the caller's
- * arguments converted by `args`, the cells of `answer` and the options read by
+ * arguments converted by `args` and the options read by
  * `optionKinds` (the options object is the argument after the last kind).
  */
 function command(fnName, args, answer, optionKinds = []) {
+  checkLayout(fnName, [['Client'], ...[...args, answer, ...optionKinds].map((k) => k.c)].flat());
   const fn = answer.answered ? answeredFunction(fnName) : libraryFunction(fnName);
   const keyed = args[0] === KEY;
   const optionNames = [...optionKinds.map((k) => k.optionName), ...(answer.options ?? [])];
@@ -171,14 +187,27 @@ function command(fnName, args, answer, optionKinds = []) {
       i++;
     }
     const options = given[taken];
-    const at = argv.length; // the answer's cells go here
     for (const read of optionKinds) read(argv, options, name);
-    return yield* answer.read(this, name, keyed ? given[0] : undefined, argv, fn, options, at);
+    return yield* answer.read(this, name, keyed ? given[0] : undefined, argv, fn, options);
   }, {
     // What it takes, for the argument checks (arguments.js).
     parameters: [...args.filter((k) => !k.fixed).map((k) => k.label), ...(optionNames.length ? ['options'] : [])],
     optionNames: new Set(optionNames),
   });
+}
+
+/**
+ * Throws when the C kinds a line stands for (`laid`) are not those of its
+ * library function's table line, in number and order.
+ */
+function checkLayout(fnName, laid) {
+  const spelled = own.signatures[fnName];
+  if (spelled === undefined) throw new Error(`keyloom: ${fnName} is no library command of the native tables`);
+  const declared = spelled.split(', ');
+  const at = declared.findIndex((kind, i) => laid[i] === undefined || !laid[i].split('|').includes(kind));
+  if (at === -1 && laid.length === declared.length) return;
+  const where = at === -1 ? `it lays out ${laid.length} C arguments, not ${declared.length}` : `C argument ${at + 1} is ${laid[at] ?? 'missing'}`;
+  throw new Error(`keyloom: the line of ${fnName} does not match its declaration (${spelled}): ${where}`);
 }
 
 /**
@@ -209,6 +238,6 @@ function* subcommand(self, name, ...args) {
 }
 
 module.exports = {
-  command, methods, subcommand, textOf, integerOf, wideIntegerOf, fixedInteger, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
+  command, checkLayout, methods, subcommand, textOf, integerOf, wideIntegerOf, fixedInteger, numberOf, secondsOf, KEY, FIELD, MEMBER, VALUE, WORD,
   TTL, ROUTE, GROUP, WEIGHT, done, value, values, count, wide, routeOf, groupOf, NULL_STRING,
 };

@@ -1,25 +1,29 @@
-// Answered calls: a library command that reads one value (through a char **
-// and a size_t * cell) called so that the JavaScript value itself comes back,
-// in one crossing. The cells live in the native frame (or in the pipelined
-// call), the value is made a string (UTF-8) or a Buffer and given back to the
-// library right away, and no cell, reader or release call reaches
-// JavaScript.
+// Answered calls: a library command called so that the JavaScript value of
+// its answer comes back in one crossing: one value (a string or Buffer),
+// several values (an array of them) or a count (a Number). The output cells
+// live in the native frame (or in the pipelined call), the value is made of
+// them and the library's copies are given back right away: no cell, reader or
+// release call reaches JavaScript.
 //
-// The JavaScript arguments are the command's own, without the two cells, then
-// one more: true for a Buffer. What comes back (or what the Promise of the
+// The JavaScript arguments are the command's own, without its output cells,
+// then one more: true for Buffers. What comes back (or what the Promise of the
 // pipelined form settles with):
 //   the value                              the call succeeded
 //   null                                   KL_NOTFOUND
-//   [code, value or null, failure kind, server, text]   any other code
+//   { code, value or null, kind, server, text }   any other code: the failure
+//        record, an object without a prototype (no answer value is one)
 // The forms are made from the same table lines as the library's exports
-// (library_functions.inc), for every command whose only cells are that pair.
+// (library_functions.inc), for every command whose outputs are the cells of
+// one answer shape below.
 #pragma once
 
 #include <node_buffer.h>
 #include <v8.h>
 
+#include <array>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -32,7 +36,7 @@
 
 namespace keyloom {
 
-// The last argument of an answered call: a Buffer (true) or a string.
+// The last argument of an answered call: Buffers (true) or strings.
 struct AsBuffer {
   using c_type = bool;
   static constexpr const char* text = "boolean";
@@ -47,92 +51,218 @@ struct AsBuffer {
   static void release(slot&) {}
 };
 
-// The value cells of one call, given back to the library however the call ends.
-struct ValueCells {
-  char* value = nullptr;
-  size_t length = 0;
-  ValueCells() = default;
-  ValueCells(const ValueCells&) = delete;
-  ValueCells& operator=(const ValueCells&) = delete;
-  ~ValueCells() { Free(); }
-  void Free() {
-    if (value) kl_free_php_reply_p(&value);
+// ---- Answer shapes: a command's output cells and the value made of them -------
+//
+// Each shape names the run of kinds its cells take in the C declaration
+// (Pattern), keeps the cells of one call (Cells: a pointer to each by place,
+// the library's copies given back however the call ends) and makes the
+// JavaScript value of an answer (ValueOf; empty with a RangeError pending when
+// V8 cannot hold it).
+
+// One value: (char **value, size_t *length), a string or a Buffer.
+struct OneValue {
+  using Pattern = std::tuple<CharPP, SizeP>;
+  struct Cells {
+    char* value = nullptr;
+    size_t length = 0;
+    Cells() = default;
+    Cells(const Cells&) = delete;
+    Cells& operator=(const Cells&) = delete;
+    ~Cells() { Free(); }
+    void Free() {
+      if (value) kl_free_php_reply_p(&value);
+    }
+    template <size_t K>
+    auto At() {
+      if constexpr (K == 0) {
+        return &value;
+      } else {
+        return &length;
+      }
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
+};
+
+// Several values: (char ***values, size_t *count, size_t **lengths), an array
+// of strings or Buffers (null for a missing element).
+struct ManyValues {
+  using Pattern = std::tuple<CharPPP, SizeP, SizePP>;
+  struct Cells {
+    char** values = nullptr;
+    size_t count = 0;
+    size_t* lengths = nullptr;
+    Cells() = default;
+    Cells(const Cells&) = delete;
+    Cells& operator=(const Cells&) = delete;
+    ~Cells() { Free(); }
+    // The count the library stored: 0 for none (SIZE_MAX) or without an array.
+    size_t Count() const { return values && count != SIZE_MAX ? count : 0; }
+    void Free() {
+      if (values) kl_free_php_reply_pp(&values, static_cast<unsigned>(Count()));
+      if (lengths) kl_free_php_reply_p(reinterpret_cast<char**>(&lengths));
+      count = 0;
+    }
+    template <size_t K>
+    auto At() {
+      if constexpr (K == 0) {
+        return &values;
+      } else if constexpr (K == 1) {
+        return &count;
+      } else {
+        return &lengths;
+      }
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
+};
+
+// A count through an int * or unsigned int * cell: a Number.
+template <class Kind>
+struct Count {
+  using Pattern = std::tuple<Kind>;
+  struct Cells {
+    std::remove_pointer_t<typename Kind::c_type> n = 0;
+    void Free() {}
+    template <size_t K>
+    auto At() {
+      return &n;
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool) {
+    return v8::Number::New(isolate, static_cast<double>(cells.n));
   }
 };
 
-// The answer of a finished call, the cells given back; empty with an
-// exception pending when the value cannot be made (over V8's string limit).
-v8::MaybeLocal<v8::Value> AnswerOf(v8::Isolate* isolate, kl_return_t code, ValueCells& cells, bool as_buffer,
-                                   const CallFailureText& failure);
+// The failure record of a call that did not simply succeed: { code, value,
+// kind, server, text }, without a prototype.
+v8::Local<v8::Value> FailedAnswer(v8::Isolate* isolate, kl_return_t code, v8::Local<v8::Value> value,
+                                  const CallFailureText& failure);
 
-// ---- Where the value cells are in a command's kinds -------------------------------
+// The answer of a finished call (see the top of this file), the cells given
+// back; empty with an exception pending when the value cannot be made.
+template <class Shape>
+v8::MaybeLocal<v8::Value> AnswerOf(v8::Isolate* isolate, kl_return_t code, typename Shape::Cells& cells,
+                                   bool as_buffer, const CallFailureText& failure) {
+  const kl_return_t result = static_cast<kl_return_t>(code & ~KL_DIRTY);
+  if (result == KL_NOTFOUND) {
+    cells.Free();
+    return v8::Null(isolate);
+  }
+  v8::Local<v8::Value> value;
+  const bool made = Shape::ValueOf(isolate, cells, as_buffer).ToLocal(&value);
+  cells.Free();
+  if (!made) return {};
+  if (code == KL_SUCCESS) return value;
+  return FailedAnswer(isolate, code, value, failure);
+}
+
+// ---- Where a shape's cells are in a command's kinds ---------------------------------
 
 template <class K>
 inline constexpr bool kIsPointerKind = false;
 template <class T, KlrtTypeIndex Desc, FixedString Text>
 inline constexpr bool kIsPointerKind<PtrArg<T, Desc, Text>> = true;
 
-inline constexpr size_t kNoValueCells = static_cast<size_t>(-1);
+inline constexpr size_t kNoCells = static_cast<size_t>(-1);
 
-// The index of the char ** kind of the command's one (char **, size_t *)
-// pair, when every other pointer kind is its client; else kNoValueCells.
-template <class... Kinds>
-constexpr size_t ValueCellsAt() {
+// Where kind T stands among Kinds: one flag per place, and one more.
+template <class T, class... Kinds>
+constexpr std::array<bool, sizeof...(Kinds) + 1> PlacesOf() {
+  return {std::is_same_v<Kinds, T>..., false};
+}
+
+// The place of the one run of Pattern's kinds among Kinds, when the first kind
+// is the client and every other pointer is the client or a per-server result
+// cell the caller passes (so that the answer drops no output); else kNoCells.
+template <class Pattern, class... Kinds, size_t... P>
+constexpr size_t CellsAt(std::index_sequence<P...>) {
   constexpr size_t n = sizeof...(Kinds);
-  constexpr bool charpp[] = {std::is_same_v<Kinds, CharPP>..., false};
-  constexpr bool sizep[] = {std::is_same_v<Kinds, SizeP>..., false};
+  constexpr size_t m = sizeof...(P);
+  constexpr std::array<std::array<bool, n + 1>, m> places = {PlacesOf<std::tuple_element_t<P, Pattern>, Kinds...>()...};
   constexpr bool pointer[] = {kIsPointerKind<Kinds>..., false};
-  constexpr bool client[] = {std::is_same_v<Kinds, Client>..., false};
-  size_t at = kNoValueCells;
-  for (size_t i = 0; i + 1 < n; ++i) {
-    if (charpp[i] && sizep[i + 1]) {
-      if (at != kNoValueCells) return kNoValueCells;  // two pairs: not one value
-      at = i;
-    }
+  constexpr bool passed_on[] = {(std::is_same_v<Kinds, Client> || std::is_same_v<Kinds, RetPP>)..., false};
+  if (!std::is_same_v<std::tuple_element_t<0, std::tuple<Kinds...>>, Client>) return kNoCells;
+  size_t at = kNoCells;
+  for (size_t i = 0; i + m <= n; ++i) {
+    bool here = true;
+    for (size_t p = 0; p < m; ++p) here = here && places[p][i + p];
+    if (!here) continue;
+    if (at != kNoCells) return kNoCells;  // twice: not one answer
+    at = i;
   }
-  if (at == kNoValueCells || !client[0]) return kNoValueCells;
-  for (size_t i = 1; i < n; ++i)
-    if (pointer[i] && i != at && i != at + 1) return kNoValueCells;
+  if (at == kNoCells) return kNoCells;
+  for (size_t i = 0; i < n; ++i)
+    if (pointer[i] && !passed_on[i] && (i < at || i >= at + m)) return kNoCells;
   return at;
 }
 
-// The JavaScript arguments: the kinds without the pair at At, then AsBuffer.
-template <FixedString Name, size_t At, class Tuple, size_t... J>
+// The place of Shape's cells among Kinds, or kNoCells.
+template <class Shape, class... Kinds>
+constexpr size_t ShapeAt() {
+  constexpr size_t m = std::tuple_size_v<typename Shape::Pattern>;
+  if constexpr (sizeof...(Kinds) < m + 1) {
+    return kNoCells;
+  } else {
+    return CellsAt<typename Shape::Pattern, Kinds...>(std::make_index_sequence<m>{});
+  }
+}
+
+// The shape of a command's answer: the first whose cells it has, or void.
+template <class... Kinds>
+struct ShapeOf {
+  template <class Shape>
+  static constexpr bool kHas = ShapeAt<Shape, Kinds...>() != kNoCells;
+  using type = std::conditional_t<
+      kHas<OneValue>, OneValue,
+      std::conditional_t<kHas<ManyValues>, ManyValues,
+                         std::conditional_t<kHas<Count<IntP>>, Count<IntP>,
+                                            std::conditional_t<kHas<Count<UIntP>>, Count<UIntP>, void>>>>;
+};
+
+// The JavaScript arguments: the kinds without the M cells at At, then AsBuffer.
+template <FixedString Name, size_t At, size_t M, class Tuple, size_t... J>
 auto AnsweredArgumentsOf(std::index_sequence<J...>)
-    -> Arguments<Name, std::tuple_element_t<(J < At ? J : J + 2), Tuple>..., AsBuffer>;
+    -> Arguments<Name, std::tuple_element_t<(J < At ? J : J + M), Tuple>..., AsBuffer>;
 
 template <FixedString Name, auto Fn, class... Kinds>
 struct AnsweredCommand {
-  static constexpr size_t kAt = ValueCellsAt<Kinds...>();
-  static_assert(kAt != kNoValueCells, "an answered command reads one value through a char ** and a size_t * cell");
+  using Shape = typename ShapeOf<Kinds...>::type;
+  static_assert(!std::is_void_v<Shape>, "an answered command reads one value, several values or a count");
   static_assert(Spelled<Fn, RCode, Kinds...>::value);
+  using Cells = typename Shape::Cells;
+  static constexpr size_t kAt = ShapeAt<Shape, Kinds...>();
+  static constexpr size_t kCells = std::tuple_size_v<typename Shape::Pattern>;
   using Kinds_ = std::tuple<Kinds...>;
-  using Args = decltype(AnsweredArgumentsOf<Name, kAt, Kinds_>(std::make_index_sequence<sizeof...(Kinds) - 2>{}));
+  using Args = decltype(AnsweredArgumentsOf<Name, kAt, kCells, Kinds_>(
+      std::make_index_sequence<sizeof...(Kinds) - kCells>{}));
   using Slots = typename Args::Slots;
-  static constexpr size_t kFlag = sizeof...(Kinds) - 2;  // the AsBuffer slot
+  static constexpr size_t kFlag = sizeof...(Kinds) - kCells;  // the AsBuffer slot
 
   static kl_client* ClientOf(const Slots& slots) { return Client::get(std::get<0>(slots)); }
-  static bool AsBufferOf(const Slots& slots) { return std::get<kFlag>(slots).on; }
 
   // Fn with the converted arguments, the cells at their place.
-  static kl_return_t Invoke(const Slots& slots, ValueCells& cells) {
+  static kl_return_t Invoke(const Slots& slots, Cells& cells) {
     return InvokeWith(slots, cells, std::make_index_sequence<sizeof...(Kinds)>{});
+  }
+
+  static v8::MaybeLocal<v8::Value> Answer(v8::Isolate* isolate, kl_return_t code, Cells& cells, const Slots& slots,
+                                          const CallFailureText& failure) {
+    return AnswerOf<Shape>(isolate, code, cells, std::get<kFlag>(slots).on, failure);
   }
 
  private:
   template <size_t... J>
-  static kl_return_t InvokeWith(const Slots& slots, ValueCells& cells, std::index_sequence<J...>) {
+  static kl_return_t InvokeWith(const Slots& slots, Cells& cells, std::index_sequence<J...>) {
     return Fn(ArgumentAt<J>(slots, cells)...);
   }
   template <size_t J>
-  static auto ArgumentAt(const Slots& slots, ValueCells& cells) {
-    if constexpr (J == kAt) {
-      return &cells.value;
-    } else if constexpr (J == kAt + 1) {
-      return &cells.length;
+  static auto ArgumentAt(const Slots& slots, Cells& cells) {
+    if constexpr (J >= kAt && J < kAt + kCells) {
+      return cells.template At<J - kAt>();
     } else {
       using Kind = std::tuple_element_t<J, Kinds_>;
-      return Kind::get(std::get<(J < kAt ? J : J - 2)>(slots));
+      return Kind::get(std::get<(J < kAt ? J : J - kCells)>(slots));
     }
   }
 };
@@ -147,13 +277,13 @@ struct AnsweredWrapper {
     if (!Command::Args::Convert(info, slots)) [[unlikely]] {
       return;
     }
-    ValueCells cells;
+    typename Command::Cells cells;
     const kl_return_t code = Command::Invoke(slots, cells);
     Command::Args::Release(slots);
     CallFailureText failure;
     if (code != KL_SUCCESS) failure.ReadFrom(Command::ClientOf(slots));
     v8::Local<v8::Value> answer;
-    if (AnswerOf(info.GetIsolate(), code, cells, Command::AsBufferOf(slots), failure).ToLocal(&answer)) {
+    if (Command::Answer(info.GetIsolate(), code, cells, slots, failure).ToLocal(&answer)) {
       info.GetReturnValue().Set(answer);
     }
   }
@@ -168,7 +298,7 @@ struct PipelinedAnsweredWrapper {
 
   struct Call final : PipelinedCall {
     typename Command::Slots slots{};
-    ValueCells cells;
+    typename Command::Cells cells;
     void Run() override {
       code = Command::Invoke(slots, cells);
       if (code != KL_SUCCESS) NoteFailure();
@@ -177,7 +307,7 @@ struct PipelinedAnsweredWrapper {
     v8::Local<v8::Value> Result(v8::Isolate* isolate) override {
       v8::TryCatch caught(isolate);
       v8::Local<v8::Value> answer;
-      if (AnswerOf(isolate, code, cells, Command::AsBufferOf(slots), failure).ToLocal(&answer)) return answer;
+      if (Command::Answer(isolate, code, cells, slots, failure).ToLocal(&answer)) return answer;
       return caught.Exception();
     }
   };
@@ -193,11 +323,12 @@ struct PipelinedAnsweredWrapper {
   }
 };
 
-// The answered forms of a table line: an entry only for a command that reads
-// one value; other lines make an empty entry.
+// The answered forms of a table line: an entry only for a command with an
+// answer shape; other lines make an empty entry.
 template <FixedString Name, auto Fn, class... Kinds>
 constexpr FunctionEntry AnsweredEntry(bool pipelined) {
-  if constexpr (ValueCellsAt<Kinds...>() != kNoValueCells && std::is_same_v<typename FnTraits<decltype(Fn)>::ret, kl_return_t>) {
+  if constexpr (!std::is_void_v<typename ShapeOf<Kinds...>::type> &&
+                std::is_same_v<typename FnTraits<decltype(Fn)>::ret, kl_return_t>) {
     return FunctionEntry{Name.s, pipelined ? &PipelinedAnsweredWrapper<Name, Fn, Kinds...>::Start
                                            : &AnsweredWrapper<Name, Fn, Kinds...>::Call};
   } else {

@@ -153,6 +153,36 @@ const std::vector<FunctionEntry> kAnsweredPipelined = {
     KEYLOOM_CLIENT_COMMANDS,
 };
 
+// exports.signatures: the C kinds of every library command, by name, as its
+// table line spells them ("Client, CharP, Size, CharPP, SizeP"). Each line of
+// the client's command tables is checked against them when it is made, and
+// the build checks every line (scripts/check-command-table.js), so a line
+// whose arguments do not lay out the C declaration does not build.
+struct Signature {
+  const char* name;
+  const char* kinds;
+};
+#undef KL_CMD_AS
+#undef KL_EXPORT
+#define KL_CMD_AS(NAME, FN, ...) Signature{#NAME, #__VA_ARGS__}
+#define KL_EXPORT(...) Signature{nullptr, nullptr}
+const std::vector<Signature> kSignatures = {
+#include "library_functions.inc"
+    KEYLOOM_CLIENT_COMMANDS,
+};
+
+void ExportSignatures(v8::Isolate* isolate, v8::Local<v8::Context> context, v8::Local<v8::Object> exports) {
+  v8::Local<v8::Object> signatures = v8::Object::New(isolate);
+  for (const Signature& signature : kSignatures) {
+    if (!signature.name) continue;
+    signatures
+        ->Set(context, v8::String::NewFromUtf8(isolate, signature.name).ToLocalChecked(),
+              v8::String::NewFromUtf8(isolate, signature.kinds).ToLocalChecked())
+        .Check();
+  }
+  exports->Set(context, v8::String::NewFromUtf8Literal(isolate, "signatures"), signatures).Check();
+}
+
 // exports[name]: an object of the table's functions that have an entry.
 void ExportTable(v8::Isolate* isolate, v8::Local<v8::Context> context, v8::Local<v8::Object> exports,
                  const char* name, const std::vector<FunctionEntry>& table) {
@@ -183,4 +213,5 @@ NODE_MODULE_INIT(/* exports, module, context */) {
   ExportTable(isolate, context, exports, "pipelined", kPipelined);
   ExportTable(isolate, context, exports, "answered", kAnswered);
   ExportTable(isolate, context, exports, "answered_pipelined", kAnsweredPipelined);
+  ExportSignatures(isolate, context, exports);
 }

@@ -1,6 +1,7 @@
 'use strict';
-// The answered forms of keyloom_client.node: a command that reads one value
-// gives back the value itself in one call, for both clients' commands.
+// The answered forms of keyloom_client.node: a command that reads one value,
+// several values or a count gives back the value itself in one call, for both
+// clients' commands.
 const { test, before } = require('node:test');
 const assert = require('node:assert/strict');
 const { kl, servers, client } = require('./support.js');
@@ -17,14 +18,18 @@ before(async () => {
 
 const len = (s) => Buffer.byteLength(s);
 
-test('every command that reads one value has both answered forms, and only those', () => {
+test('every command whose outputs are one value, several values or a count has both answered forms, and only those', () => {
   const names = Object.keys(own.answered);
   assert.deepEqual(Object.keys(own.answered_pipelined), names);
+  // One value, several values (with a per-server result cell passed on, for keys and kl_config_get), a count.
   for (const name of ['kl_get_whole', 'kl_hget_whole', 'kl_lindex_whole', 'kl_lpop_whole', 'kl_dget_whole',
-    'kl_incrby_decimal', 'kl_get_ttl_decimal']) {
+    'kl_incrby_decimal', 'kl_get_ttl_decimal', 'kl_lrange_whole', 'keys', 'kl_keys', 'kl_config_get',
+    'kl_llen', 'kl_hlen', 'kl_dbsize', 'kl_dirty']) {
     assert.ok(names.includes(name), name);
   }
-  for (const name of ['kl_set', 'kl_mget', 'kl_hgetall', 'kl_zscore', 'kl_type']) assert.ok(!names.includes(name), name);
+  // No output; two arrays; a double; a char ** without its length; input arrays beside the output.
+  for (const name of ['kl_set', 'kl_hgetall', 'kl_zscore', 'kl_type', 'kl_mget_whole']) assert.ok(!names.includes(name), name);
+
 });
 
 test('a value comes back as a string, or a Buffer when asked, and a missing key as null', () => {
@@ -44,16 +49,38 @@ test('a value comes back as a string, or a Buffer when asked, and a missing key 
   assert.equal(get(h, 'big', 3, '', 0, false), big);
 });
 
-test('any other code comes back with its failure: [code, value, kind, server, text]', () => {
+test('several values come back as an array of strings or Buffers, a missing key as null', () => {
+  db.rpush('answered-list', ['a', 'héllo', '']);
+  const lrange = own.answered.kl_lrange_whole;
+  assert.deepEqual(lrange(h, 'answered-list', 13, 0, -1, '', 0, false), ['a', 'héllo', '']);
+  assert.deepEqual(lrange(h, 'answered-list', 13, 1, 1, '', 0, true), [Buffer.from('héllo')]);
+  // No element (a range past the end, or no list) is the library's KL_NOTFOUND.
+  assert.equal(lrange(h, 'answered-list', 13, 5, 9, '', 0, false), null);
+  assert.equal(lrange(h, 'no-list', 7, 0, -1, '', 0, false), null);
+  assert.deepEqual(own.answered.keys(h, 'answered-lis*', 13, '_NL_', null, false), ['answered-list']);
+});
+
+test('a count comes back as a Number, signed or unsigned as its cell', () => {
+  db.rpush('counted', ['a', 'b', 'c']);
+  db.hset('counted-hash', 'f', 'v');
+  assert.equal(own.answered.kl_llen(h, 'counted', 7, false), 3);
+  assert.equal(own.answered.kl_hlen(h, 'counted-hash', 12, false), 1);
+  assert.equal(typeof own.answered.kl_dbsize(h, '', null, false), 'number');
+});
+
+test('any other code comes back as the failure record { code, value, kind, server, text }', () => {
   db.lpush('a-list', 'x');
   const answer = own.answered.kl_get_whole(h, 'a-list', 6, '', 0, false);
-  assert.ok(Array.isArray(answer));
-  const [code, value, kind, where, text] = answer;
-  assert.equal(code, kl.KL_SERVER_ERROR);
-  assert.equal(value, null);
-  assert.equal(kind, 2); // the server's own reply
-  assert.equal(where, `${server.host}:${server.port}`);
-  assert.match(text, /^WRONGTYPE/);
+  assert.equal(Object.getPrototypeOf(answer), null); // no answer value is such an object
+  assert.deepEqual(Object.keys(answer), ['code', 'value', 'kind', 'server', 'text']);
+  assert.equal(answer.code, kl.KL_SERVER_ERROR);
+  assert.equal(answer.value, null);
+  assert.equal(answer.kind, 2); // the server's own reply
+  assert.equal(answer.server, `${server.host}:${server.port}`);
+  assert.match(answer.text, /^WRONGTYPE/);
+  const count = own.answered.kl_llen(h, 'answered', 8, false); // a string, not a list
+  assert.equal(count.code, kl.KL_SERVER_ERROR);
+  assert.match(count.text, /^WRONGTYPE/);
 });
 
 test('arguments are checked as the library export checks them', () => {
@@ -95,8 +122,8 @@ test('the pipelined form hands the same answers to the settle callback, under th
     await all;
     assert.equal(settled.get(7), 'value');
     assert.equal(settled.get(8), null);
-    assert.equal(settled.get(9)[0], kl.KL_SERVER_ERROR);
-    assert.match(settled.get(9)[4], /^WRONGTYPE/);
+    assert.equal(settled.get(9).code, kl.KL_SERVER_ERROR);
+    assert.match(settled.get(9).text, /^WRONGTYPE/);
     assert.equal(settled.get(10), 0);
   } finally {
     own.client_destroy(h);

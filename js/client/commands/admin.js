@@ -2,7 +2,8 @@
 // Server administration, on every server of every group or of one group:
 // DBSIZE, FLUSHDB/FLUSHALL, SAVE/BGSAVE, INFO, CONFIG GET/SET.
 const { kl, text, byteLength, decode, scoped, assign } = require('../support.js');
-const { $handle, $status, $check, $many, request } = require('../core.js');
+const { $handle, $status, $check, $answered, request, requestAnswer } = require('../core.js');
+const { answeredFunction } = require('../native.js');
 const { command, methods, GROUP, done, count, groupOf, NULL_STRING } = require('../table.js');
 
 module.exports = methods({
@@ -47,8 +48,8 @@ module.exports = methods({
     const p = text(parameter, 'parameter', 'configGet');
     const server = options?.server ? text(options.server, 'server', 'configGet') : '';
     const group = groupOf(options, 'configGet');
-    const flat = yield* this[$many]('configGet', undefined, false, (arr, n, lens) =>
-      request(kl.kl_config_get, this[$handle], p, byteLength(p), server, byteLength(server), arr, n, lens, group, null));
+    const flat = this[$answered](yield requestAnswer(answeredFunction('kl_config_get'), this[$handle], p, byteLength(p), server,
+      byteLength(server), group, null, false), 'configGet') ?? [];
     const out = {};
     for (let i = 0; i + 1 < flat.length; i += 2) assign(out, flat[i], flat[i + 1]);
     return out;

@@ -105,7 +105,7 @@ module.exports = methods({
   },
 
   hexists: command('kl_hexists', [KEY, FIELD], done(NOTFOUND)),
-  hlen: command('kl_hlen', [KEY], count({ unsigned: false })),
+  hlen: command('kl_hlen', [KEY], count()),
   /** HINCRBY key field by: the new value (a Number, or a BigInt past 2^53); options.ttl. */
   hincrby: command('kl_hincrby_decimal', [KEY, FIELD, wideIntegerOf('increment')], wide(), [TTL]),
 });

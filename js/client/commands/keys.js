@@ -2,7 +2,8 @@
 // Commands on keys of any type: DEL, EXISTS, EXPIRE/PERSIST/TTL, TYPE,
 // RENAME, KEYS, RANDOMKEY, MOVE, SORT, and the repair of a dirty key.
 const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, $one, $many, $integer, $sharded, NOTFOUND, request } = require('../core.js');
+const { $handle, $status, $check, $one, $answered, $sharded, NOTFOUND, request, requestAnswer } = require('../core.js');
+const { answeredFunction } = require('../native.js');
 const {
   command, methods, subcommand, KEY, textOf, integerOf, secondsOf, done, value, wide, routeOf, NULL_STRING,
 } = require('../table.js');
@@ -49,8 +50,8 @@ module.exports = methods({
   * keys(pattern = '*', options) {
     const p = text(pattern, 'pattern', 'keys');
     const group = options?.group ? text(options.group, 'group', 'keys') : NULL_STRING;
-    return yield* this[$many]('keys', undefined, options?.buffer, (arr, n, lens) =>
-      request(kl.keys, this[$handle], p, byteLength(p), arr, n, lens, group, null));
+    const found = yield requestAnswer(answeredFunction('keys'), this[$handle], p, byteLength(p), group, null, options?.buffer === true);
+    return this[$answered](found, 'keys') ?? [];
   },
 
   randomkey: command('kl_randomkey', [], value()),
@@ -101,6 +102,6 @@ module.exports = methods({
     let ttl = seconds(options.ttl, 'ttl', 'repair');
     if (options.keepTtl) ttl = kl.DURABLE_TTL(ttl);
     if (options.commit) ttl = kl.COMMIT(ttl);
-    return yield* this[$integer]('repair', key, false, (cell) => request(kl.kl_dirty, this[$handle], k, byteLength(k), ttl, cell));
+    return this[$answered](yield requestAnswer(answeredFunction('kl_dirty'), this[$handle], k, byteLength(k), ttl, false), 'repair', key) ?? 0;
   },
 });
