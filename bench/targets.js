@@ -107,6 +107,28 @@ function targets() {
       },
     },
     {
+      id: 'T17', reason: REASON.many,
+      text: '100 GETs in flight, 1 server: promise client >= 2x ioredis with automatic pipelining and >= 0.25x the C pipelined loop',
+      compute(R) {
+        const mine = m(R, 'inflight-get-100', 'keyloom promises');
+        const peer = mine / m(R, 'inflight-get-100', 'ioredis auto-pipelining');
+        const limit = mine / m(R, 'inflight-get-100', 'hiredis pipelined (C)');
+        if (!Number.isFinite(peer) || !Number.isFinite(limit)) return { shown: 'not measured', ok: null };
+        return { value: peer, ok: peer >= 2 && limit >= 0.25,
+          shown: `${peer.toFixed(2)}x ioredis, ${limit.toFixed(2)}x C` };
+      },
+    },
+    ratioTarget('T18', '100 in flight, 1 server: promise client GET >= 0.85x its SET (GET within 15% of SET)',
+      ['inflight-get-100', 'keyloom promises'], ['inflight-set-100', 'keyloom promises'], '>=', 0.85,
+      'a GET carries its value back across the thread hand-off and into a JavaScript string; ENGINE.md'),
+    ratioTarget('T19 get-3', 'synchronous client >= 0.85x the exact layer',
+      ['get-3', 'keyloom client'], ['get-3', 'keyloom exact'], '>=', 0.85, REASON.rt),
+    ratioTarget('T19 set-3', 'synchronous client >= 0.85x the exact layer',
+      ['set-3', 'keyloom client'], ['set-3', 'keyloom exact'], '>=', 0.85, REASON.rt),
+    ratioTarget('T20', 'GET, promise client: 1,000 in flight >= 100 in flight',
+      ['inflight-get-1000', 'keyloom promises'], ['inflight-get-100', 'keyloom promises'], '>=', 1,
+      'a round of 1,000 calls runs 1,000 fibers whose stacks and records no longer fit the caches, and their settling is one long turn of the event loop; ENGINE.md'),
+    {
       id: 'T10', text: '1,000-key multi-get (1 KiB values) peaks at <= 2x its payload', reason: REASON.mem,
       compute(R) {
         const p = R.memory?.peak;

@@ -30,8 +30,6 @@ namespace keyloom {
 
 namespace {
 
-// The most calls one round runs at once: each holds a fiber stack.
-constexpr size_t kRoundCalls = 1024;
 // How long a pipeline waits with nothing to do before it gives back the
 // stacks of its last rounds (all but kIdleKeptStacks).
 constexpr auto kIdleRelease = std::chrono::seconds(1);
@@ -114,7 +112,7 @@ struct kl_pipeline {
 
   void main();
   void run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n);
-  // A burst of 1,024 calls must not hold 1,024 stacks for the life of the
+  // A burst of calls must not hold its stacks for the life of the
   // client: the call records (each with its fiber's stack) are cut to the
   // largest round of each stretch of kIdleRelease, and to none when a
   // whole stretch passes without work.

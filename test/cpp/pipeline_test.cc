@@ -212,6 +212,22 @@ void run_burst(kl_pipeline *pipeline, kl_client *client, std::vector<NotingStack
   while (done.load() < n) std::this_thread::sleep_for(std::chrono::milliseconds(5));
 }
 
+TEST(Pipeline, ABurstLargerThanARoundRunsAsSeveralRoundsOfAtMostTheRoundSize) {
+  TestCluster cluster(1);
+  kl_pipeline *pipeline = kl_pipeline_start(cluster.client());
+  ASSERT_NE(pipeline, nullptr);
+  std::atomic<size_t> done{0};
+  std::vector<NotingStacks> jobs;
+  run_burst(pipeline, cluster.client(), jobs, 4 * keyloom::kRoundCalls + 3, done);
+  size_t most = 0;
+  for (const NotingStacks &job : jobs) {
+    EXPECT_EQ(job.call.read, job.call.value);
+    most = std::max(most, job.stacks_in_use);
+  }
+  EXPECT_LE(most, keyloom::kRoundCalls) << "a round ran more calls than the round size";
+  kl_pipeline_stop(pipeline);
+}
+
 TEST(Pipeline, AnIdlePipelineGivesBackTheStacksOfItsLastRounds) {
   TestCluster cluster(1);
   const size_t mapped_before = keyloom::fiber_stacks_mapped();
@@ -220,13 +236,13 @@ TEST(Pipeline, AnIdlePipelineGivesBackTheStacksOfItsLastRounds) {
   std::atomic<size_t> done{0};
   std::vector<NotingStacks> jobs;
   for (int burst = 0; burst < 2; ++burst) {
-    run_burst(pipeline, cluster.client(), jobs, 1024, done);
+    run_burst(pipeline, cluster.client(), jobs, keyloom::kRoundCalls, done);
     size_t most = 0;
     for (const NotingStacks &job : jobs) {
       EXPECT_EQ(job.call.read, job.call.value);
       most = std::max(most, job.stacks_in_use);
     }
-    EXPECT_GE(most, 1024u) << "the burst did not run as one round";
+    EXPECT_GE(most, keyloom::kRoundCalls) << "the burst did not run as one round";
     // Idle now: the stacks go back, all but a few (waited for, not timed).
     const auto give_up = Clock::now() + std::chrono::seconds(60);
     while (keyloom::fiber_stacks_mapped() > mapped_before + keyloom::kIdleKeptStacks && Clock::now() < give_up)
@@ -244,7 +260,7 @@ TEST(Pipeline, APipelineKeptBusyWithSmallRoundsGivesBackTheStacksOfAnEarlierBurs
   ASSERT_NE(pipeline, nullptr);
   std::atomic<size_t> done{0};
   std::vector<NotingStacks> jobs;
-  run_burst(pipeline, cluster.client(), jobs, 1024, done);
+  run_burst(pipeline, cluster.client(), jobs, keyloom::kRoundCalls, done);
   // One call at a time, never idle long: the records beyond what these
   // rounds use are cut (waited for, not timed).
   // Kept: the pooled few and the stack of the one call these rounds run.
