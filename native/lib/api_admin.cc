@@ -147,7 +147,7 @@ kl_return_t kl_shutdown(kl_client *client, char const *group, kl_return_t **resu
   if (!addressed_servers(client, group, {}, &servers)) return KL_INVALID_PARAMETER;
   std::vector<kl_return_t> codes;
   for (Server *s : servers) {
-    if (!connect_server(client, s) || !arm_timeout(client, s)) {
+    if (!connect_server(lock.call(), s) || !arm_timeout(lock.call(), s)) {
       codes.push_back(KL_SERVER_DOWN);
       continue;
     }
@@ -155,7 +155,7 @@ kl_return_t kl_shutdown(kl_client *client, char const *group, kl_return_t **resu
     const char *argv[2] = {"SHUTDOWN", "NOSAVE"};
     const size_t lens[2] = {8, 6};
     Reply reply;
-    round_trip(client, s, 2, argv, lens, &reply);
+    round_trip(lock.call(), s, 2, argv, lens, &reply);
     codes.push_back(reply ? expect_type(reply.get(), REDIS_REPLY_STATUS) : KL_SUCCESS);
     disconnect_server(s);
   }

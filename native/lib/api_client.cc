@@ -219,7 +219,7 @@ kl_return_t kl_client_set_tls(kl_client *client, char *ca, size_t ca_len, char *
   std::string why;
   auto config = make_tls_config(options, &why);
   if (!config) {
-    note_failure(client, nullptr, KL_FAILURE_CONNECTION, "TLS settings refused: " + why);
+    note_failure(lock.call(), nullptr, KL_FAILURE_CONNECTION, "TLS settings refused: " + why);
     return KL_INVALID_PARAMETER;
   }
   close_all(client);

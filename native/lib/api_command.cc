@@ -179,7 +179,7 @@ kl_return_t kl_command(kl_client *client, int mode, char const *route, size_t ro
     if (!lock.ok()) return KL_PTHREAD_OP_FAILURE;
     std::string why;
     if ((mode & KL_COMMAND_SCRIPT_KEYS) && !keys_meet(client, cmd, where, &why)) {
-      note_failure(client, nullptr, KL_FAILURE_CONNECTION, why);
+      note_failure(lock.call(), nullptr, KL_FAILURE_CONNECTION, why);
       return KL_INVALID_PARAMETER;
     }
     use_known_scripts(client, &cmd);

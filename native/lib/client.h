@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "continuum.h"
-#include "fiber.h"
 #include "keyloom.h"
 #include "lock.h"
 #include "reply_reader.h"
@@ -35,12 +34,38 @@ constexpr unsigned kDefaultReconnectTimeoutMs = 1000;
 // As much as a server may hold in one value (its own proto-max-bulk-len).
 constexpr size_t kDefaultMaxReplyBytes = size_t{512} << 20;
 
-// The first failure of the call in progress (kl_last_failure_*).
+// The first failure a call met (kl_last_failure_*).
 struct CallFailure {
   int kind = KL_FAILURE_NONE;
   std::string server;  // "host:port"
   std::string text;
 };
+
+// One library call in progress: the client it is on, the time it must return
+// by, and the first failure it met. The call's outermost CallScope makes it,
+// on the call's own stack; the batches of the call's exchanges carry it to
+// the connection code. When the call ends, its failure becomes the client's
+// last one.
+struct CallContext {
+  kl_client *client = nullptr;
+  Clock::time_point deadline{};
+  CallFailure failure;
+};
+
+// Where library calls run on this thread: the thread's own site, or the one
+// a pipeline sets up for each call of its round while the call runs on its
+// fiber.
+struct CallSite {
+  kl_client *round_client = nullptr;  // a round's call: the round holds this client's lock and makes its exchanges
+  unsigned budget_ms = 0;             // the call's own time budget (0: the client's)
+  CallContext *call = nullptr;        // the call in progress here, which a nested call joins
+};
+
+// The site of the calls made now on this thread.
+CallSite &current_call_site();
+// Makes site the current one (null: the thread's own) and returns the one
+// it replaces.
+CallSite *enter_call_site(CallSite *site);
 
 struct Server {
   std::string host;
@@ -88,10 +113,7 @@ struct kl_client {
   std::map<std::string, keyloom::CallerScript, std::less<>> caller_scripts;  // by SHA-1
   unsigned log_levels = 0;
   std::vector<std::unique_ptr<keyloom::Group>> groups;  // in creation order
-  keyloom::CallFailure last_failure;    // of the call in progress, or the last one
-  keyloom::Clock::time_point deadline;  // of the call in progress
-  int call_depth = 0;                   // nested calls (recursive lock) share it
-  unsigned call_timeout_ms = 0;         // the call's own budget (pipeline jobs); 0: the client's
+  keyloom::CallFailure last_failure;    // of the last call that ended
   unsigned long exchange_round = 0;     // counts exchanges, so a round knows a server's first batch
 };
 
@@ -103,33 +125,31 @@ void refresh_prefix(kl_client *client);
 // Every server, in group order then server order.
 size_t server_count(const kl_client *client);
 
-// One library call on a client: holds the client's lock and starts the call's
-// clock. A call on a pipeline's fiber takes no lock: its round holds it.
-// However many servers and groups a call visits, it waits on them for at most
-// one connect time-out plus one reply time-out in all (the time-out serves as
-// both; a pipeline job may bring its own budget), plus kBudgetPerCommand for
-// each command it sends and kBudgetPerArgument for each argument (exchange.h).
+// One library call on a client: holds the client's lock and makes the call's
+// context (a call in a pipeline's round takes no lock: the round holds it).
+// A call made while another call on the same client is in progress here (a
+// nested call) joins that call's context. However many servers and groups a
+// call visits, it waits on them for at most one connect time-out plus one
+// reply time-out in all (the time-out serves as both; a pipeline job may
+// bring its own budget), plus kBudgetPerCommand for each command it sends and
+// kBudgetPerArgument for each argument (exchange.h).
 class CallScope {
  public:
-  explicit CallScope(kl_client *client)
-      : client_(client), lock_(client->mutex, Fiber::current() == nullptr) {
-    if (lock_.ok() && client_->call_depth++ == 0) {
-      const unsigned budget_ms =
-          client_->call_timeout_ms ? client_->call_timeout_ms : 2 * client_->connect_timeout_ms;
-      client_->deadline = Clock::now() + std::chrono::milliseconds(budget_ms);
-      client_->last_failure.kind = KL_FAILURE_NONE;
-    }
-  }
-  ~CallScope() {
-    if (lock_.ok()) --client_->call_depth;
-  }
+  explicit CallScope(kl_client *client);
+  ~CallScope();
   CallScope(const CallScope &) = delete;
   CallScope &operator=(const CallScope &) = delete;
   bool ok() const { return lock_.ok(); }
+  // The call's context (only when ok()).
+  CallContext &call() { return *call_; }
 
  private:
   kl_client *client_;
+  CallSite &site_;
   ClientLock lock_;
+  CallContext own_;
+  CallContext *call_ = nullptr;       // own_, or the enclosing call's
+  CallContext *enclosing_ = nullptr;  // the site's call before this one
 };
 
 }  // namespace keyloom

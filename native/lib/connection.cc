@@ -49,9 +49,9 @@ void read_version(Server *server, const redisReply *info) {
 }  // namespace
 
 // A connection that broke while being set up (AUTH, SELECT or INFO unanswered).
-void lost_at_connect(kl_client *client, Server *server, const char *step) {
-  note_failure(client, server, KL_FAILURE_CONNECTION, describe_read_failure(server) + " (" + step + ")");
-  drop_failed(client, server, step);
+void lost_at_connect(CallContext &call, Server *server, const char *step) {
+  note_failure(call, server, KL_FAILURE_CONNECTION, describe_read_failure(server) + " (" + step + ")");
+  drop_failed(call, server, step);
 }
 
 void disconnect_server(Server *server) {
@@ -67,24 +67,24 @@ void disconnect_server(Server *server) {
   server->loaded_scripts.clear();
 }
 
-void mark_down(kl_client *client, Server *server, const char *why) {
+void mark_down(CallContext &call, Server *server, const char *why) {
+  kl_client *client = call.client;
   disconnect_server(server);
   server->down = true;
   server->down_until = Clock::now() + std::chrono::milliseconds(client->reconnect_timeout_ms);
   // Calls that skip it until then are told why.
-  const CallFailure &f = client->last_failure;
+  const CallFailure &f = call.failure;
   server->failure = (f.kind == KL_FAILURE_CONNECTION && f.server == server->name) ? f.text : why;
   log_event(client, KL_LEVEL_WARNING, "server %s marked down: %s", server->name.c_str(), why);
 }
 
-unsigned call_ms_left(const kl_client *client) {
-  auto left =
-      std::chrono::duration_cast<std::chrono::milliseconds>(client->deadline - Clock::now()).count();
+unsigned call_ms_left(const CallContext &call) {
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(call.deadline - Clock::now()).count();
   return left > 0 ? static_cast<unsigned>(left) : 0;
 }
 
-bool arm_timeout(kl_client *client, Server *server) {
-  const unsigned ms = std::min(client->connect_timeout_ms, call_ms_left(client));
+bool arm_timeout(CallContext &call, Server *server) {
+  const unsigned ms = std::min(call.client->connect_timeout_ms, call_ms_left(call));
   if (ms == 0) return false;
   // Setting the socket's time-outs is two system calls: only when it changes.
   if (ms != server->io_timeout_ms) {
@@ -94,7 +94,8 @@ bool arm_timeout(kl_client *client, Server *server) {
   return true;
 }
 
-void drop_failed(kl_client *client, Server *server, const char *why) {
+void drop_failed(CallContext &call, Server *server, const char *why) {
+  kl_client *client = call.client;
   if (server->io_timeout_ms != 0 && server->io_timeout_ms < client->connect_timeout_ms) {
     // The call ran out of time while waiting: that says more about the
     // servers it visited before than about this one.
@@ -103,7 +104,7 @@ void drop_failed(kl_client *client, Server *server, const char *why) {
     disconnect_server(server);
     return;
   }
-  mark_down(client, server, why);
+  mark_down(call, server, why);
 }
 
 std::pair<std::string_view, std::string_view> split_credentials(std::string_view secret) {
@@ -112,16 +113,17 @@ std::pair<std::string_view, std::string_view> split_credentials(std::string_view
   return {secret.substr(0, nul), secret.substr(nul + 1)};
 }
 
-bool connect_server(kl_client *client, Server *server) {
+bool connect_server(CallContext &call, Server *server) {
   if (server->ctx) return true;
+  kl_client *client = call.client;
   if (server->down && Clock::now() < server->down_until) {
-    note_failure(client, server, KL_FAILURE_CONNECTION,
+    note_failure(call, server, KL_FAILURE_CONNECTION,
                  server->failure.empty() ? "marked down" : server->failure + " (marked down)");
     return false;
   }
-  const unsigned left = call_ms_left(client);
+  const unsigned left = call_ms_left(call);
   if (left == 0) {
-    note_failure(client, server, KL_FAILURE_CONNECTION, "no time left in this call");
+    note_failure(call, server, KL_FAILURE_CONNECTION, "no time left in this call");
     return false;
   }
 
@@ -132,13 +134,13 @@ bool connect_server(kl_client *client, Server *server) {
   std::string resolve_error;
   if (!resolve_within(server->host, connect_ms, &address, &resolve_error)) {
     log_event(client, KL_LEVEL_ERROR, "connect to %s failed: %s", server->name.c_str(), resolve_error.c_str());
-    note_failure(client, server, KL_FAILURE_CONNECTION, resolve_error);
-    if (connect_ms == client->connect_timeout_ms) mark_down(client, server, "name not resolved");
+    note_failure(call, server, KL_FAILURE_CONNECTION, resolve_error);
+    if (connect_ms == client->connect_timeout_ms) mark_down(call, server, "name not resolved");
     return false;
   }
-  const unsigned connect_left = std::min(connect_ms, call_ms_left(client));
+  const unsigned connect_left = std::min(connect_ms, call_ms_left(call));
   if (connect_left == 0) {
-    note_failure(client, server, KL_FAILURE_CONNECTION, "no time left in this call");
+    note_failure(call, server, KL_FAILURE_CONNECTION, "no time left in this call");
     return false;
   }
   redisContext *ctx = redisConnectWithTimeout(address.c_str(), static_cast<int>(server->port),
@@ -147,23 +149,23 @@ bool connect_server(kl_client *client, Server *server) {
     const std::string cause = ctx ? describe_io_failure("connect", ctx) : "connect: out of memory";
     log_event(client, KL_LEVEL_ERROR, "connect to %s failed: %s", server->name.c_str(),
               ctx ? ctx->errstr : "out of memory");
-    note_failure(client, server, KL_FAILURE_CONNECTION, cause);
+    note_failure(call, server, KL_FAILURE_CONNECTION, cause);
     if (ctx) redisFree(ctx);
-    if (connect_ms == client->connect_timeout_ms) mark_down(client, server, "connect failed");
+    if (connect_ms == client->connect_timeout_ms) mark_down(call, server, "connect failed");
     return false;
   }
   server->ctx = ctx;
   server->io_timeout_ms = 0;
   server->budget.limit = client->max_reply_bytes;
   attach_reply_budget(ctx->reader, &server->budget);
-  if (!arm_timeout(client, server)) return drop_failed(client, server, "out of time"), false;
+  if (!arm_timeout(call, server)) return drop_failed(call, server, "out of time"), false;
   if (client->tls) {
     std::string why;
     server->tls = tls_open(*client->tls, ctx->fd, server->host, &why);
     if (!server->tls) {
       log_event(client, KL_LEVEL_ERROR, "TLS with %s failed: %s", server->name.c_str(), why.c_str());
-      note_failure(client, server, KL_FAILURE_CONNECTION, why);
-      drop_failed(client, server, "TLS handshake failed");
+      note_failure(call, server, KL_FAILURE_CONNECTION, why);
+      drop_failed(call, server, "TLS handshake failed");
       return false;
     }
   }
@@ -191,10 +193,10 @@ bool connect_server(kl_client *client, Server *server) {
     queued &= queue_command(ctx, {"INFO", "server"});
     steps[step_count++] = "INFO";
   }
-  if (step_count > 0 && !(queued && send_queued(server))) return lost_at_connect(client, server, steps[0]), false;
+  if (step_count > 0 && !(queued && send_queued(server))) return lost_at_connect(call, server, steps[0]), false;
   for (size_t i = 0; i < step_count; ++i) {
     Reply r;
-    if (!read_next(client, server, &r)) return lost_at_connect(client, server, steps[i]), false;
+    if (!read_next(call, server, &r)) return lost_at_connect(call, server, steps[i]), false;
     if (r->type == REDIS_REPLY_ERROR && std::strcmp(steps[i], "INFO") != 0)
       log_event(client, KL_LEVEL_ERROR, "%s refused by %s", steps[i], server->name.c_str());
     if (std::strcmp(steps[i], "INFO") == 0) read_version(server, r.get());

@@ -11,23 +11,24 @@
 namespace keyloom {
 
 // True when server has a usable connection (opening it when needed).
-bool connect_server(kl_client *client, Server *server);
+bool connect_server(CallContext &call, Server *server);
 // Closes the connection and marks the server down until the reconnect
-// time-out has passed.
-void mark_down(kl_client *client, Server *server, const char *why);
+// time-out has passed; calls that skip it are told the call's failure on it,
+// or why.
+void mark_down(CallContext &call, Server *server, const char *why);
 // A connection that broke while being set up (step: "AUTH", "SELECT", "INFO"):
 // the call's failure is noted and the server dropped.
-void lost_at_connect(kl_client *client, Server *server, const char *step);
+void lost_at_connect(CallContext &call, Server *server, const char *step);
 // Closes the connection without marking the server down.
 void disconnect_server(Server *server);
 // After a failed exchange: marks the server down, or only closes the
 // connection when the wait was cut short by the call's deadline.
-void drop_failed(kl_client *client, Server *server, const char *why);
-// Milliseconds left before the call in progress must return (0: none).
-unsigned call_ms_left(const kl_client *client);
+void drop_failed(CallContext &call, Server *server, const char *why);
+// Milliseconds left before the call must return (0: none).
+unsigned call_ms_left(const CallContext &call);
 // Sets server's socket time-out to what the call may still wait (at most the
 // client's time-out); false when no time is left.
-bool arm_timeout(kl_client *client, Server *server);
+bool arm_timeout(CallContext &call, Server *server);
 // kl_auth's secret, "password" or "user\0password": {user, password}, with a
 // null user.data() when there is no user.
 std::pair<std::string_view, std::string_view> split_credentials(std::string_view secret);

@@ -12,6 +12,7 @@
 namespace keyloom {
 
 struct Batch {
+  CallContext *call = nullptr;   // the call whose exchange it is (set by exchange())
   Server *server = nullptr;
   Command *cmds = nullptr;       // contiguous commands...
   size_t count = 0;
@@ -36,8 +37,9 @@ struct Batch {
   Command &cmd(size_t i) { return picked.empty() ? cmds[i] : *picked[i]; }
 };
 
-// Runs every non-empty batch. A failed server is marked down. On a
-// pipeline's fiber the call steps aside until its round has run them.
+// Runs every non-empty batch for the call in progress on this thread (the
+// caller holds its CallScope). A failed server is marked down. A call of a
+// pipeline's round steps aside until its round has run them.
 void exchange(kl_client *client, Batch *batches, size_t n);
 
 // What each command sent adds to its call's time budget, and each of its
@@ -45,16 +47,17 @@ void exchange(kl_client *client, Batch *batches, size_t n);
 constexpr std::chrono::microseconds kBudgetPerCommand{10};
 constexpr std::chrono::microseconds kBudgetPerArgument{1};
 
-// The four steps of an exchange, each over one batch. Every batch of a
-// round takes a step before any takes the next: all are queued (connecting
-// as needed), then written, then read in the order queued, then settled
+// The four steps of an exchange, each over one batch, within the deadline of
+// the batch's call and noting its failures there. Every batch of a round
+// takes a step before any takes the next: all are queued (connecting as
+// needed), then written, then read in the order queued, then settled
 // (scripts the server lost run again, errors noted), so batches of several
 // calls to one server share its write and its stream. A round starts with
 // ++client->exchange_round.
-void exchange_queue(kl_client *client, Batch &b);
-void exchange_send(kl_client *client, Batch &b);
-void exchange_read(kl_client *client, Batch &b);
-void exchange_settle(kl_client *client, Batch &b);
+void exchange_queue(Batch &b);
+void exchange_send(Batch &b);
+void exchange_read(Batch &b);
+void exchange_settle(Batch &b);
 
 // The code of a call whose reply passed the client's maximum reply size: the
 // memory it would take is refused.

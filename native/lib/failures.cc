@@ -6,8 +6,8 @@
 
 namespace keyloom {
 
-void note_failure(kl_client *client, const Server *server, int kind, std::string_view text) {
-  CallFailure &f = client->last_failure;
+void note_failure(CallContext &call, const Server *server, int kind, std::string_view text) {
+  CallFailure &f = call.failure;
   if (f.kind != KL_FAILURE_NONE) return;
   f.kind = kind;
   f.server.assign(server ? server->name : std::string());

@@ -5,10 +5,11 @@
 // read back in the order the commands went out. The calls resume with their
 // replies and either finish or suspend again for a next exchange.
 //
-// What belongs to one call (its deadline, its first failure, its nesting
-// depth and time budget) lives on the client record while the call runs; a
-// round swaps it in and out with each call it resumes or whose batches it
-// reads.
+// Each call has a site of its own (client.h CallSite): the round's client,
+// whose lock the round holds and whose exchanges it makes, and the call's
+// time budget. The pipeline enters it whenever it resumes the call; the call's
+// context (deadline, failure) lives on the call's own stack, and the batches
+// of its exchanges carry it.
 #include <pthread.h>
 #include <signal.h>
 
@@ -23,6 +24,7 @@
 
 #include "client.h"
 #include "exchange.h"
+#include "fiber.h"
 #include "internal.h"
 #include "pipeline.h"
 
@@ -38,10 +40,7 @@ constexpr auto kIdleRelease = std::chrono::seconds(1);
 struct Call {
   kl_job job{};
   Fiber fiber;
-  // The call's own part of the client record while it is suspended.
-  Clock::time_point deadline{};
-  CallFailure failure;
-  int call_depth = 0;
+  CallSite site;
   // The exchange it waits for.
   Batch *batches = nullptr;
   size_t batch_count = 0;
@@ -54,38 +53,21 @@ void call_entry(void *arg) {
   call->job.run(call->job.data);
 }
 
-// Puts call's part of the record on the client, or takes it back.
-void swap_in(kl_client *client, Call &call) {
-  client->deadline = call.deadline;
-  std::swap(client->last_failure, call.failure);
-  client->call_depth = call.call_depth;
-  client->call_timeout_ms = call.job.timeout_ms;
-}
-void swap_out(kl_client *client, Call &call) {
-  call.deadline = client->deadline;
-  std::swap(client->last_failure, call.failure);
-  call.call_depth = client->call_depth;
-  client->call_timeout_ms = 0;
-}
-
-void resume(kl_client *client, Call &call) {
-  swap_in(client, call);
+void resume(Call &call) {
+  CallSite *before = enter_call_site(&call.site);
   running_call = &call;
   call.fiber.resume();
   running_call = nullptr;
-  swap_out(client, call);
+  enter_call_site(before);
 }
 
-// Every step of an exchange over the batches of every waiting call, each
-// step with the call's own deadline and failure record.
+// Every step of an exchange over the batches of every waiting call; each
+// batch carries its call's context.
 void exchange_together(kl_client *client, const std::vector<Call *> &waiting) {
   ++client->exchange_round;
   for (auto step : {exchange_queue, exchange_send, exchange_read, exchange_settle}) {
-    for (Call *call : waiting) {
-      swap_in(client, *call);
-      for (size_t k = 0; k < call->batch_count; ++k) step(client, call->batches[k]);
-      swap_out(client, *call);
-    }
+    for (Call *call : waiting)
+      for (size_t k = 0; k < call->batch_count; ++k) step(call->batches[k]);
   }
 }
 
@@ -160,15 +142,14 @@ void kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n)
     std::vector<Call *> waiting;
     for (size_t i = 0; i < n; ++i) {
       Call &call = *calls[i];
-      call.failure = {};
-      call.call_depth = 0;
+      call.site = {client, call.job.timeout_ms, nullptr};
       call.batches = nullptr;
       call.batch_count = 0;
       if (!call.fiber.prepare(keyloom::call_entry, &call)) {
         unstarted.push_back(&call);
         continue;
       }
-      keyloom::resume(client, call);
+      keyloom::resume(call);
     }
     for (;;) {
       waiting.clear();
@@ -179,14 +160,16 @@ void kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n)
       for (Call *call : waiting) {
         call->batches = nullptr;
         call->batch_count = 0;
-        keyloom::resume(client, *call);
+        keyloom::resume(*call);
       }
     }
   }
   for (Call *call : unstarted) {
-    client->call_timeout_ms = call->job.timeout_ms;
+    // On this thread, outside the round: the call takes the lock itself.
+    call->site = {nullptr, call->job.timeout_ms, nullptr};
+    keyloom::CallSite *before = keyloom::enter_call_site(&call->site);
     call->job.run(call->job.data);
-    client->call_timeout_ms = 0;
+    keyloom::enter_call_site(before);
   }
 }
 

@@ -100,26 +100,26 @@ bool append(const kl_client *client, Batch &b) {
   return true;
 }
 
-bool read_next(kl_client *client, Server *server, void **reply) {
+bool read_next(CallContext &call, Server *server, void **reply) {
   return read_reply(server->ctx, &server->budget, reply,
-                    [client, server] { return arm_timeout(client, server) && receive_more(server); });
+                    [&call, server] { return arm_timeout(call, server) && receive_more(server); });
 }
 
-bool read_next(kl_client *client, Server *server, Reply *out) {
+bool read_next(CallContext &call, Server *server, Reply *out) {
   void *r = nullptr;
-  if (!read_next(client, server, &r)) return false;
+  if (!read_next(call, server, &r)) return false;
   out->reset(static_cast<redisReply *>(r));
   return true;
 }
 
 // A server without the script (flushed since we loaded it): run it as EVAL.
-bool round_trip(kl_client *client, Server *server, int argc, const char **argv, const size_t *lens,
+bool round_trip(CallContext &call, Server *server, int argc, const char **argv, const size_t *lens,
                 Reply *out) {
   out->reset();
-  return append_argv(server->ctx, argc, argv, lens) && send_queued(server) && read_next(client, server, out);
+  return append_argv(server->ctx, argc, argv, lens) && send_queued(server) && read_next(call, server, out);
 }
 
-bool retry_as_eval(kl_client *client, Batch &b, size_t i) {
+bool retry_as_eval(Batch &b, size_t i) {
   Command &c = b.cmd(i);
   int at = c.script_index();
   std::vector<const char *> argv(c.argv(), c.argv() + c.argc());
@@ -128,7 +128,7 @@ bool retry_as_eval(kl_client *client, Batch &b, size_t i) {
   lens[at] = 4;
   argv[at + 1] = c.script()->source;
   lens[at + 1] = std::strlen(c.script()->source);
-  return round_trip(client, b.server, c.argc(), argv.data(), lens.data(), &b.replies[i]);
+  return round_trip(*b.call, b.server, c.argc(), argv.data(), lens.data(), &b.replies[i]);
 }
 
 }  // namespace keyloom

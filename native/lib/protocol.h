@@ -12,15 +12,15 @@ namespace keyloom {
 bool append(const kl_client *client, Batch &b);
 // The next reply of server's connection, within its reply budget and the
 // call's time: every read waits at most what the call has left.
-bool read_next(kl_client *client, Server *server, void **reply);
-bool read_next(kl_client *client, Server *server, Reply *out);
+bool read_next(CallContext &call, Server *server, void **reply);
+bool read_next(CallContext &call, Server *server, Reply *out);
 // A NOSCRIPT error reply: the server does not have the script (any more).
 bool is_noscript(const redisReply *r);
 // Runs command i of b again as EVAL, its reply replacing the NOSCRIPT one.
-bool retry_as_eval(kl_client *client, Batch &b, size_t i);
+bool retry_as_eval(Batch &b, size_t i);
 // One command on its own: sent, and its reply read within the call's time.
 // False when the connection failed first (*out is empty then).
-bool round_trip(kl_client *client, Server *server, int argc, const char **argv, const size_t *lens,
+bool round_trip(CallContext &call, Server *server, int argc, const char **argv, const size_t *lens,
                 Reply *out);
 
 }  // namespace keyloom
