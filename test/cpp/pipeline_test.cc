@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 #include <cstdlib>
 #include <string>
@@ -195,87 +196,89 @@ struct NotingStacks {
   }
 };
 
-// Hands over n jobs at once and waits until all have run.
-void run_burst(kl_pipeline *pipeline, kl_client *client, std::vector<NotingStacks> &jobs, size_t n,
-               std::atomic<size_t> &done) {
-  jobs = std::vector<NotingStacks>(n);
-  std::vector<kl_job> records;
-  done = 0;
-  for (size_t i = 0; i < n; ++i) {
-    jobs[i].call.client = client;
-    jobs[i].call.key = numbered("burst", i);
-    jobs[i].call.value = std::to_string(i);
-    jobs[i].done = &done;
-    records.push_back({&NotingStacks::run, &jobs[i], 0});
+// A pipeline on a one-server cluster that runs bursts of NotingStacks jobs,
+// with the stacks mapped before it started.
+class PipelineStacks : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    mapped_before = keyloom::fiber_stacks_mapped();
+    pipeline = kl_pipeline_start(cluster.client());
+    ASSERT_NE(pipeline, nullptr);
   }
-  ASSERT_EQ(kl_pipeline_submit(pipeline, records.data(), records.size()), KL_SUCCESS);
-  while (done.load() < n) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-}
-
-TEST(Pipeline, ABurstLargerThanARoundRunsAsSeveralRoundsOfAtMostTheRoundSize) {
-  TestCluster cluster(1);
-  kl_pipeline *pipeline = kl_pipeline_start(cluster.client());
-  ASSERT_NE(pipeline, nullptr);
-  std::atomic<size_t> done{0};
-  std::vector<NotingStacks> jobs;
-  run_burst(pipeline, cluster.client(), jobs, 4 * keyloom::kRoundCalls + 3, done);
-  size_t most = 0;
-  for (const NotingStacks &job : jobs) {
-    EXPECT_EQ(job.call.read, job.call.value);
-    most = std::max(most, job.stacks_in_use);
+  void TearDown() override {
+    if (pipeline) kl_pipeline_stop(pipeline);
   }
-  EXPECT_LE(most, keyloom::kRoundCalls) << "a round ran more calls than the round size";
-  kl_pipeline_stop(pipeline);
-}
+  // Stops the pipeline: every stack it mapped goes.
+  void Stop() {
+    kl_pipeline_stop(pipeline);
+    pipeline = nullptr;
+    EXPECT_EQ(keyloom::fiber_stacks_mapped(), mapped_before);
+  }
 
-TEST(Pipeline, AnIdlePipelineGivesBackTheStacksOfItsLastRounds) {
-  TestCluster cluster(1);
-  const size_t mapped_before = keyloom::fiber_stacks_mapped();
-  kl_pipeline *pipeline = kl_pipeline_start(cluster.client());
-  ASSERT_NE(pipeline, nullptr);
-  std::atomic<size_t> done{0};
-  std::vector<NotingStacks> jobs;
-  for (int burst = 0; burst < 2; ++burst) {
-    run_burst(pipeline, cluster.client(), jobs, keyloom::kRoundCalls, done);
+  // Hands over n jobs at once, waits until all have run, checks that each
+  // read its own write, and returns the most stacks in use as one ended.
+  size_t Burst(size_t n) {
+    jobs = std::vector<NotingStacks>(n);
+    std::vector<kl_job> records;
+    done = 0;
+    for (size_t i = 0; i < n; ++i) {
+      jobs[i].call.client = cluster.client();
+      jobs[i].call.key = numbered("burst", i);
+      jobs[i].call.value = std::to_string(i);
+      jobs[i].done = &done;
+      records.push_back({&NotingStacks::run, &jobs[i], 0});
+    }
+    EXPECT_EQ(kl_pipeline_submit(pipeline, records.data(), records.size()), KL_SUCCESS);
+    while (done.load() < n) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     size_t most = 0;
     for (const NotingStacks &job : jobs) {
       EXPECT_EQ(job.call.read, job.call.value);
       most = std::max(most, job.stacks_in_use);
     }
-    EXPECT_GE(most, keyloom::kRoundCalls) << "the burst did not run as one round";
-    // Idle now: the stacks go back, all but a few (waited for, not timed).
-    const auto give_up = Clock::now() + std::chrono::seconds(60);
-    while (keyloom::fiber_stacks_mapped() > mapped_before + keyloom::kIdleKeptStacks && Clock::now() < give_up)
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_LE(keyloom::fiber_stacks_mapped(), mapped_before + keyloom::kIdleKeptStacks) << "burst " << burst;
+    return most;
   }
-  kl_pipeline_stop(pipeline);
-  EXPECT_EQ(keyloom::fiber_stacks_mapped(), mapped_before);
-}
 
-TEST(Pipeline, APipelineKeptBusyWithSmallRoundsGivesBackTheStacksOfAnEarlierBurst) {
-  TestCluster cluster(1);
-  const size_t mapped_before = keyloom::fiber_stacks_mapped();
-  kl_pipeline *pipeline = kl_pipeline_start(cluster.client());
-  ASSERT_NE(pipeline, nullptr);
+  // Waits (not timed) until at most `kept` stacks are mapped; false when they never are.
+  bool StacksComeDownTo(size_t kept, const std::function<void()> &meanwhile = [] {}) {
+    const auto give_up = Clock::now() + std::chrono::seconds(60);
+    while (keyloom::fiber_stacks_mapped() > kept && Clock::now() < give_up) {
+      meanwhile();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return keyloom::fiber_stacks_mapped() <= kept;
+  }
+
+  TestCluster cluster{1};
+  size_t mapped_before = 0;
+  kl_pipeline *pipeline = nullptr;
   std::atomic<size_t> done{0};
   std::vector<NotingStacks> jobs;
-  run_burst(pipeline, cluster.client(), jobs, keyloom::kRoundCalls, done);
-  // One call at a time, never idle long: the records beyond what these
-  // rounds use are cut (waited for, not timed).
-  // Kept: the pooled few and the stack of the one call these rounds run.
-  const size_t kept = mapped_before + keyloom::kIdleKeptStacks + 1;
-  const auto give_up = Clock::now() + std::chrono::seconds(60);
-  size_t rounds = 0;
-  while (keyloom::fiber_stacks_mapped() > kept && Clock::now() < give_up) {
-    run_burst(pipeline, cluster.client(), jobs, 1, done);
-    ASSERT_EQ(jobs[0].call.read, jobs[0].call.value);
-    ++rounds;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+};
+
+TEST_F(PipelineStacks, ABurstLargerThanARoundRunsAsSeveralRoundsOfAtMostTheRoundSize) {
+  EXPECT_LE(Burst(4 * keyloom::kRoundCalls + 3), keyloom::kRoundCalls) << "a round ran more calls than the round size";
+}
+
+TEST_F(PipelineStacks, AnIdlePipelineGivesBackTheStacksOfItsLastRounds) {
+  for (int burst = 0; burst < 2; ++burst) {
+    EXPECT_GE(Burst(keyloom::kRoundCalls), keyloom::kRoundCalls) << "the burst did not run as one round";
+    // Idle now: the stacks go back, all but a few.
+    EXPECT_TRUE(StacksComeDownTo(mapped_before + keyloom::kIdleKeptStacks)) << "burst " << burst;
   }
-  EXPECT_LE(keyloom::fiber_stacks_mapped(), kept) << rounds << " rounds";
-  kl_pipeline_stop(pipeline);
-  EXPECT_EQ(keyloom::fiber_stacks_mapped(), mapped_before);
+  Stop();
+}
+
+TEST_F(PipelineStacks, APipelineKeptBusyWithSmallRoundsGivesBackTheStacksOfAnEarlierBurst) {
+  Burst(keyloom::kRoundCalls);
+  // One call at a time, never idle long: the records beyond what these
+  // rounds use are cut. Kept: the pooled few and the stack of the one call
+  // these rounds run.
+  size_t rounds = 0;
+  EXPECT_TRUE(StacksComeDownTo(mapped_before + keyloom::kIdleKeptStacks + 1, [&] {
+    Burst(1);
+    ++rounds;
+  })) << rounds << " rounds";
+  Stop();
 }
 
 }  // namespace
