@@ -202,6 +202,6 @@ if (typeof Symbol.dispose === 'symbol') {
 }
 
 module.exports = {
-  ClientCore, KeyloomClient, NOTFOUND, resultOf, request, requestAnswer, runNow, failureFields,
+  ClientCore, KeyloomClient, NOTFOUND, resultOf, request, requestAnswer, isFailureRecord, runNow, failureFields,
   $handle, $check, $status, $one, $answered, $sharded, $servers, $failure, $destroy, $onDirty,
 };

@@ -70,6 +70,13 @@ function text(value, what, command) {
 
 const byteLength = (s) => Buffer.byteLength(s, 'utf8');
 
+/** Each item as text(); for an answered call's list of strings. */
+function textList(items, what, command) {
+  const out = new Array(items.length);
+  for (let i = 0; i < items.length; i++) out[i] = text(items[i], what, command);
+  return out;
+}
+
 function list(values, what, command) {
   if (!Array.isArray(values)) {
     throw new TypeError(`keyloom ${command}: ${what} must be an array, not ${describe(values)}`);
@@ -358,6 +365,7 @@ function countOf(cell) {
 }
 
 module.exports = {
+  textList,
   kl,
   codes,
   DIRTY,

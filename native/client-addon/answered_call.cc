@@ -1,7 +1,11 @@
 #include "answered_call.h"
 
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <vector>
+
+#include "runtime/compat.h"
 
 namespace keyloom {
 
@@ -26,6 +30,29 @@ v8::MaybeLocal<v8::Value> BytesOf(v8::Isolate* isolate, const char* bytes, size_
   return {};
 }
 
+// count items as an array of strings or Buffers (null for a missing one).
+v8::MaybeLocal<v8::Value> ArrayOf(v8::Isolate* isolate, char* const* items, const size_t* lengths, size_t count,
+                                  bool as_buffer) {
+  if (!items) count = 0;
+  if (count > static_cast<size_t>(INT_MAX)) {
+    isolate->ThrowException(v8::Exception::RangeError(
+        TextOf(isolate, "keyloom: " + std::to_string(count) + " values are too many for an array")));
+    return {};
+  }
+  std::vector<v8::Local<v8::Value>> elements(count);
+  for (size_t i = 0; i < count; ++i) {
+    const char* element = items[i];
+    const bool missing = !element || (lengths && lengths[i] == SIZE_MAX);
+    if (missing) {
+      elements[i] = v8::Null(isolate);
+      continue;
+    }
+    const size_t length = lengths ? lengths[i] : std::strlen(element);
+    if (!BytesOf(isolate, element, length, as_buffer).ToLocal(&elements[i])) return {};
+  }
+  return v8::Array::New(isolate, elements.data(), count);
+}
+
 }  // namespace
 
 v8::MaybeLocal<v8::Value> OneValue::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
@@ -34,24 +61,44 @@ v8::MaybeLocal<v8::Value> OneValue::ValueOf(v8::Isolate* isolate, const Cells& c
 }
 
 v8::MaybeLocal<v8::Value> ManyValues::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
-  const size_t count = cells.Count();
-  if (count > static_cast<size_t>(INT_MAX)) {
-    isolate->ThrowException(v8::Exception::RangeError(
-        TextOf(isolate, "keyloom: " + std::to_string(count) + " values are too many for an array")));
+  return ArrayOf(isolate, cells.values, cells.lengths, cells.Count(), as_buffer);
+}
+
+v8::MaybeLocal<v8::Value> NamedValues::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
+  const size_t count = cells.count == SIZE_MAX ? 0 : cells.count;
+  v8::Local<v8::Value> parts[2];
+  if (!ArrayOf(isolate, cells.names.values, cells.names.lengths, count, false).ToLocal(&parts[0]) ||
+      !ArrayOf(isolate, cells.values.values, cells.values.lengths, count, as_buffer).ToLocal(&parts[1])) {
     return {};
   }
-  std::vector<v8::Local<v8::Value>> elements(count);
-  for (size_t i = 0; i < count; ++i) {
-    const char* element = cells.values[i];
-    const bool missing = !element || (cells.lengths && cells.lengths[i] == SIZE_MAX);
-    if (missing) {
-      elements[i] = v8::Null(isolate);
-      continue;
-    }
-    const size_t length = cells.lengths ? cells.lengths[i] : std::strlen(element);
-    if (!BytesOf(isolate, element, length, as_buffer).ToLocal(&elements[i])) return {};
+  return v8::Array::New(isolate, parts, 2);
+}
+
+int CopyTextList(v8::Isolate* isolate, v8::Local<v8::Value> value, std::string& bytes, std::vector<char*>& items,
+                 std::vector<size_t>& lengths) {
+  if (!value->IsArray()) return KLRT_TypeError;
+  v8::Local<v8::Array> array = value.As<v8::Array>();
+  v8::Local<v8::Context> context = isolate->GetCurrentContext();
+  const uint32_t n = array->Length();
+  std::vector<v8::Local<v8::String>> strings(n);
+  lengths.resize(n);
+  size_t total = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    v8::Local<v8::Value> item;
+    if (!array->Get(context, i).ToLocal(&item) || !item->IsString()) return KLRT_TypeError;
+    strings[i] = item.As<v8::String>();
+    lengths[i] = compat::Utf8Length(isolate, strings[i]);
+    total += lengths[i] + 1;
   }
-  return v8::Array::New(isolate, elements.data(), count);
+  bytes.resize(total);
+  items.resize(n);
+  size_t at = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    compat::WriteUtf8(isolate, strings[i], &bytes[at], lengths[i] + 1);
+    items[i] = &bytes[at];
+    at += lengths[i] + 1;
+  }
+  return 0;
 }
 
 v8::Local<v8::Value> FailedAnswer(v8::Isolate* isolate, kl_return_t code, v8::Local<v8::Value> value,

@@ -1,26 +1,31 @@
 // Answered calls: a library command called so that the JavaScript value of
 // its answer comes back in one crossing: one value (a string or Buffer),
-// several values (an array of them) or a count (a Number). The output cells
-// live in the native frame (or in the pipelined call), the value is made of
-// them and the library's copies are given back right away: no cell, reader or
-// release call reaches JavaScript.
+// several values (an array of them), names with values, or a count (a
+// Number). The output cells live in the native frame (or in the pipelined
+// call), the value is made of them and the library's copies are given back
+// right away: no cell, reader or release call reaches JavaScript.
 //
-// The JavaScript arguments are the command's own, without its output cells,
-// then one more: true for Buffers. What comes back (or what the Promise of the
+// A command is laid out as pieces: plain argument kinds (one JavaScript
+// argument, one C argument), input pieces (one JavaScript argument, several C
+// arguments: a list of strings) and one answer piece (its output cells, no
+// JavaScript argument). The JavaScript arguments are the inputs in order, then
+// one more: true for Buffers. What comes back (or what the Promise of the
 // pipelined form settles with):
-//   the value                              the call succeeded
-//   null                                   KL_NOTFOUND
+//   the value                                     the call succeeded
+//   null                                          KL_NOTFOUND
 //   { code, value or null, kind, server, text }   any other code: the failure
 //        record, an object without a prototype (no answer value is one)
-// The forms are made from the same table lines as the library's exports
-// (library_functions.inc), for every command whose outputs are the cells of
-// one answer shape below.
+// Commands whose only outputs are the cells of one answer shape get their
+// form from their table line in library_functions.inc (the pieces are found
+// in the kinds); others are declared piece by piece (keyloom_client.cxx), as
+// their C kinds alone do not tell an input list from output cells.
 #pragma once
 
 #include <node_buffer.h>
 #include <v8.h>
 
 #include <array>
+#include <vector>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -54,14 +59,14 @@ struct AsBuffer {
 // ---- Answer shapes: a command's output cells and the value made of them -------
 //
 // Each shape names the run of kinds its cells take in the C declaration
-// (Pattern), keeps the cells of one call (Cells: a pointer to each by place,
+// (CKinds), keeps the cells of one call (Cells: a pointer to each by place,
 // the library's copies given back however the call ends) and makes the
 // JavaScript value of an answer (ValueOf; empty with a RangeError pending when
 // V8 cannot hold it).
 
 // One value: (char **value, size_t *length), a string or a Buffer.
 struct OneValue {
-  using Pattern = std::tuple<CharPP, SizeP>;
+  using CKinds = std::tuple<CharPP, SizeP>;
   struct Cells {
     char* value = nullptr;
     size_t length = 0;
@@ -87,7 +92,7 @@ struct OneValue {
 // Several values: (char ***values, size_t *count, size_t **lengths), an array
 // of strings or Buffers (null for a missing element).
 struct ManyValues {
-  using Pattern = std::tuple<CharPPP, SizeP, SizePP>;
+  using CKinds = std::tuple<CharPPP, SizeP, SizePP>;
   struct Cells {
     char** values = nullptr;
     size_t count = 0;
@@ -117,10 +122,43 @@ struct ManyValues {
   static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
 };
 
+// Names with values: (size_t *count, char ***names, size_t **name_lengths,
+// char ***values, size_t **value_lengths), as [names, values]: the names
+// strings, the values strings or Buffers.
+struct NamedValues {
+  using CKinds = std::tuple<SizeP, CharPPP, SizePP, CharPPP, SizePP>;
+  struct Cells {
+    size_t count = 0;
+    ManyValues::Cells names, values;
+    void Free() {
+      names.count = values.count = count;
+      names.Free();
+      values.Free();
+      count = 0;
+    }
+    ~Cells() { Free(); }
+    template <size_t K>
+    auto At() {
+      if constexpr (K == 0) {
+        return &count;
+      } else if constexpr (K == 1) {
+        return &names.values;
+      } else if constexpr (K == 2) {
+        return &names.lengths;
+      } else if constexpr (K == 3) {
+        return &values.values;
+      } else {
+        return &values.lengths;
+      }
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
+};
+
 // A count through an int * or unsigned int * cell: a Number.
 template <class Kind>
 struct Count {
-  using Pattern = std::tuple<Kind>;
+  using CKinds = std::tuple<Kind>;
   struct Cells {
     std::remove_pointer_t<typename Kind::c_type> n = 0;
     void Free() {}
@@ -138,6 +176,11 @@ struct Count {
 // kind, server, text }, without a prototype.
 v8::Local<v8::Value> FailedAnswer(v8::Isolate* isolate, kl_return_t code, v8::Local<v8::Value> value,
                                   const CallFailureText& failure);
+
+// Copies a JavaScript array of strings as UTF-8 into bytes, with a pointer
+// to and the length of each; KLRT_TypeError for anything else.
+int CopyTextList(v8::Isolate* isolate, v8::Local<v8::Value> value, std::string& bytes, std::vector<char*>& items,
+                 std::vector<size_t>& lengths);
 
 // The answer of a finished call (see the top of this file), the cells given
 // back; empty with an exception pending when the value cannot be made.
@@ -200,11 +243,11 @@ constexpr size_t CellsAt(std::index_sequence<P...>) {
 // The place of Shape's cells among Kinds, or kNoCells.
 template <class Shape, class... Kinds>
 constexpr size_t ShapeAt() {
-  constexpr size_t m = std::tuple_size_v<typename Shape::Pattern>;
+  constexpr size_t m = std::tuple_size_v<typename Shape::CKinds>;
   if constexpr (sizeof...(Kinds) < m + 1) {
     return kNoCells;
   } else {
-    return CellsAt<typename Shape::Pattern, Kinds...>(std::make_index_sequence<m>{});
+    return CellsAt<typename Shape::CKinds, Kinds...>(std::make_index_sequence<m>{});
   }
 }
 
@@ -215,63 +258,178 @@ struct ShapeOf {
   static constexpr bool kHas = ShapeAt<Shape, Kinds...>() != kNoCells;
   using type = std::conditional_t<
       kHas<OneValue>, OneValue,
-      std::conditional_t<kHas<ManyValues>, ManyValues,
-                         std::conditional_t<kHas<Count<IntP>>, Count<IntP>,
-                                            std::conditional_t<kHas<Count<UIntP>>, Count<UIntP>, void>>>>;
+      std::conditional_t<
+          kHas<ManyValues>, ManyValues,
+          std::conditional_t<kHas<NamedValues>, NamedValues,
+                             std::conditional_t<kHas<Count<IntP>>, Count<IntP>,
+                                                std::conditional_t<kHas<Count<UIntP>>, Count<UIntP>, void>>>>>;
 };
 
-// The JavaScript arguments: the kinds without the M cells at At, then AsBuffer.
-template <FixedString Name, size_t At, size_t M, class Tuple, size_t... J>
-auto AnsweredArgumentsOf(std::index_sequence<J...>)
-    -> Arguments<Name, std::tuple_element_t<(J < At ? J : J + M), Tuple>..., AsBuffer>;
+// ---- Input pieces: one JavaScript argument for several C arguments ------------
 
-template <FixedString Name, auto Fn, class... Kinds>
-struct AnsweredCommand {
-  using Shape = typename ShapeOf<Kinds...>::type;
-  static_assert(!std::is_void_v<Shape>, "an answered command reads one value, several values or a count");
-  static_assert(Spelled<Fn, RCode, Kinds...>::value);
-  using Cells = typename Shape::Cells;
-  static constexpr size_t kAt = ShapeAt<Shape, Kinds...>();
-  static constexpr size_t kCells = std::tuple_size_v<typename Shape::Pattern>;
-  using Kinds_ = std::tuple<Kinds...>;
-  using Args = decltype(AnsweredArgumentsOf<Name, kAt, kCells, Kinds_>(
-      std::make_index_sequence<sizeof...(Kinds) - kCells>{}));
+// A JavaScript array of strings as (items, count, lengths), every string
+// copied as UTF-8 into one block for the call. Array and Lengths are the C
+// kinds of the items and the lengths (char ** or char const **, size_t * or
+// size_t const *). The client has checked and converted each item already.
+template <class Array, class Lengths>
+struct TextList {
+  using CKinds = std::tuple<Array, Size, Lengths>;
+  static constexpr const char* text = "array of strings";
+  struct slot {
+    std::string bytes;
+    std::vector<char*> items;
+    std::vector<size_t> lengths;
+  };
+  static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
+    return CopyTextList(isolate, value, s.bytes, s.items, s.lengths);
+  }
+  template <size_t K>
+  static auto CArg(slot& s) {
+    if constexpr (K == 0) {
+      return reinterpret_cast<typename Array::c_type>(s.items.data());
+    } else if constexpr (K == 1) {
+      return s.items.size();
+    } else {
+      return static_cast<typename Lengths::c_type>(s.lengths.data());
+    }
+  }
+  static void release(slot& s) { s = slot(); }
+};
+
+// ---- A command as pieces ------------------------------------------------------------
+
+template <class P>
+concept AnswerPiece = requires { typename P::Cells; };
+template <class P>
+concept InputPiece = !AnswerPiece<P> && requires { typename P::CKinds; };
+
+// The C kinds a piece stands for: a plain kind stands for itself.
+template <class P>
+struct CKindsOf {
+  using type = std::tuple<P>;
+};
+template <class P>
+  requires requires { typename P::CKinds; }
+struct CKindsOf<P> {
+  using type = typename P::CKinds;
+};
+
+// The pieces that take a JavaScript argument, in order.
+template <class... Pieces>
+struct InputsOf {
+  using type = TypeList<>;
+};
+template <class P, class... Rest>
+struct InputsOf<P, Rest...> {
+  template <class L>
+  struct Prepend;
+  template <class... K>
+  struct Prepend<TypeList<K...>> {
+    using type = std::conditional_t<AnswerPiece<P>, TypeList<K...>, TypeList<P, K...>>;
+  };
+  using type = typename Prepend<typename InputsOf<Rest...>::type>::type;
+};
+
+template <FixedString Name, class Inputs>
+struct ArgumentsOf;
+template <FixedString Name, class... K>
+struct ArgumentsOf<Name, TypeList<K...>> {
+  using type = Arguments<Name, K..., AsBuffer>;
+};
+
+// The C kinds of the pieces spell Fn's declaration.
+template <auto Fn, class CKinds>
+struct SpelledBy;
+template <auto Fn, class... K>
+struct SpelledBy<Fn, std::tuple<K...>> : Spelled<Fn, RCode, K...> {};
+
+template <FixedString Name, auto Fn, class... Pieces>
+struct ComposedCommand {
+  static constexpr size_t kPieces = sizeof...(Pieces);
+  static constexpr bool kIsAnswer[] = {AnswerPiece<Pieces>...};
+  static constexpr size_t kSizes[] = {std::tuple_size_v<typename CKindsOf<Pieces>::type>...};
+  static_assert((size_t{AnswerPiece<Pieces>} + ...) == 1, "an answered command has one answer piece");
+  static_assert(SpelledBy<Fn, decltype(std::tuple_cat(std::declval<typename CKindsOf<Pieces>::type>()...))>::value);
+
+  static constexpr size_t AnswerIndex() {
+    for (size_t p = 0; p < kPieces; ++p)
+      if (kIsAnswer[p]) return p;
+    return kPieces;
+  }
+  using Answer = std::tuple_element_t<AnswerIndex(), std::tuple<Pieces...>>;
+  using Cells = typename Answer::Cells;
+  using Args = typename ArgumentsOf<Name, typename InputsOf<Pieces...>::type>::type;
   using Slots = typename Args::Slots;
-  static constexpr size_t kFlag = sizeof...(Kinds) - kCells;  // the AsBuffer slot
+  static constexpr size_t kFlag = kPieces - 1;  // the AsBuffer slot: after every input
+  static constexpr size_t kCArgs = (std::tuple_size_v<typename CKindsOf<Pieces>::type> + ...);
+
+  // The piece of C argument j, and j's place in it.
+  static constexpr size_t PieceOf(size_t j) {
+    size_t p = 0;
+    while (j >= kSizes[p]) j -= kSizes[p++];
+    return p;
+  }
+  static constexpr size_t PlaceIn(size_t j) {
+    size_t p = 0;
+    while (j >= kSizes[p]) j -= kSizes[p++];
+    return j;
+  }
+  // The JavaScript argument (slot) of input piece p.
+  static constexpr size_t SlotOf(size_t p) {
+    size_t slot = 0;
+    for (size_t q = 0; q < p; ++q)
+      if (!kIsAnswer[q]) ++slot;
+    return slot;
+  }
 
   static kl_client* ClientOf(const Slots& slots) { return Client::get(std::get<0>(slots)); }
 
   // Fn with the converted arguments, the cells at their place.
-  static kl_return_t Invoke(const Slots& slots, Cells& cells) {
-    return InvokeWith(slots, cells, std::make_index_sequence<sizeof...(Kinds)>{});
+  static kl_return_t Invoke(Slots& slots, Cells& cells) {
+    return InvokeWith(slots, cells, std::make_index_sequence<kCArgs>{});
   }
 
-  static v8::MaybeLocal<v8::Value> Answer(v8::Isolate* isolate, kl_return_t code, Cells& cells, const Slots& slots,
-                                          const CallFailureText& failure) {
-    return AnswerOf<Shape>(isolate, code, cells, std::get<kFlag>(slots).on, failure);
+  static v8::MaybeLocal<v8::Value> Answer_(v8::Isolate* isolate, kl_return_t code, Cells& cells, const Slots& slots,
+                                           const CallFailureText& failure) {
+    return AnswerOf<Answer>(isolate, code, cells, std::get<kFlag>(slots).on, failure);
   }
 
  private:
   template <size_t... J>
-  static kl_return_t InvokeWith(const Slots& slots, Cells& cells, std::index_sequence<J...>) {
+  static kl_return_t InvokeWith(Slots& slots, Cells& cells, std::index_sequence<J...>) {
     return Fn(ArgumentAt<J>(slots, cells)...);
   }
   template <size_t J>
-  static auto ArgumentAt(const Slots& slots, Cells& cells) {
-    if constexpr (J >= kAt && J < kAt + kCells) {
-      return cells.template At<J - kAt>();
+  static auto ArgumentAt(Slots& slots, Cells& cells) {
+    constexpr size_t p = PieceOf(J);
+    constexpr size_t k = PlaceIn(J);
+    using P = std::tuple_element_t<p, std::tuple<Pieces...>>;
+    if constexpr (AnswerPiece<P>) {
+      return cells.template At<k>();
+    } else if constexpr (InputPiece<P>) {
+      return P::template CArg<k>(std::get<SlotOf(p)>(slots));
     } else {
-      using Kind = std::tuple_element_t<J, Kinds_>;
-      return Kind::get(std::get<(J < kAt ? J : J - kCells)>(slots));
+      return P::get(std::get<SlotOf(p)>(slots));
     }
   }
 };
 
-// The synchronous form: converts, calls once, returns the answer.
-template <FixedString Name, auto Fn, class... Kinds>
-struct AnsweredWrapper {
-  using Command = AnsweredCommand<Name, Fn, Kinds...>;
+// The command of a table line whose outputs are the cells of one answer
+// shape: its kinds before the cells, the shape, its kinds after them.
+template <FixedString Name, auto Fn, class Shape, size_t At, class Tuple, size_t... B, size_t... A>
+auto ComposedOf(std::index_sequence<B...>, std::index_sequence<A...>)
+    -> ComposedCommand<Name, Fn, std::tuple_element_t<B, Tuple>..., Shape,
+                       std::tuple_element_t<At + std::tuple_size_v<typename Shape::CKinds> + A, Tuple>...>;
 
+template <FixedString Name, auto Fn, class... Kinds>
+using AnsweredCommand = decltype(ComposedOf<Name, Fn, typename ShapeOf<Kinds...>::type, ShapeAt<typename ShapeOf<Kinds...>::type, Kinds...>(), std::tuple<Kinds...>>(
+    std::make_index_sequence<ShapeAt<typename ShapeOf<Kinds...>::type, Kinds...>()>{},
+    std::make_index_sequence<sizeof...(Kinds) - ShapeAt<typename ShapeOf<Kinds...>::type, Kinds...>() -
+                             std::tuple_size_v<typename ShapeOf<Kinds...>::type::CKinds>>{}));
+
+// The synchronous form: converts, calls once, returns the answer.
+template <class Command>
+struct AnsweredWrapper {
   static void Call(const v8::FunctionCallbackInfo<v8::Value>& info) {
     typename Command::Slots slots{};
     if (!Command::Args::Convert(info, slots)) [[unlikely]] {
@@ -283,7 +441,7 @@ struct AnsweredWrapper {
     CallFailureText failure;
     if (code != KL_SUCCESS) failure.ReadFrom(Command::ClientOf(slots));
     v8::Local<v8::Value> answer;
-    if (Command::Answer(info.GetIsolate(), code, cells, slots, failure).ToLocal(&answer)) {
+    if (Command::Answer_(info.GetIsolate(), code, cells, slots, failure).ToLocal(&answer)) {
       info.GetReturnValue().Set(answer);
     }
   }
@@ -292,10 +450,8 @@ struct AnsweredWrapper {
 // The pipelined form: converts on this thread, runs on the pipeline's, and
 // is settled with the answer (or the RangeError of a value too large for a
 // string).
-template <FixedString Name, auto Fn, class... Kinds>
+template <class Command>
 struct PipelinedAnsweredWrapper {
-  using Command = AnsweredCommand<Name, Fn, Kinds...>;
-
   struct Call final : PipelinedCall {
     typename Command::Slots slots{};
     typename Command::Cells cells;
@@ -307,7 +463,7 @@ struct PipelinedAnsweredWrapper {
     v8::Local<v8::Value> Result(v8::Isolate* isolate) override {
       v8::TryCatch caught(isolate);
       v8::Local<v8::Value> answer;
-      if (Command::Answer(isolate, code, cells, slots, failure).ToLocal(&answer)) return answer;
+      if (Command::Answer_(isolate, code, cells, slots, failure).ToLocal(&answer)) return answer;
       return caught.Exception();
     }
   };
@@ -323,14 +479,18 @@ struct PipelinedAnsweredWrapper {
   }
 };
 
+template <class Command>
+constexpr FunctionEntry AnsweredEntryOf(const char* name, bool pipelined) {
+  return FunctionEntry{name, pipelined ? &PipelinedAnsweredWrapper<Command>::Start : &AnsweredWrapper<Command>::Call};
+}
+
 // The answered forms of a table line: an entry only for a command with an
 // answer shape; other lines make an empty entry.
 template <FixedString Name, auto Fn, class... Kinds>
 constexpr FunctionEntry AnsweredEntry(bool pipelined) {
   if constexpr (!std::is_void_v<typename ShapeOf<Kinds...>::type> &&
                 std::is_same_v<typename FnTraits<decltype(Fn)>::ret, kl_return_t>) {
-    return FunctionEntry{Name.s, pipelined ? &PipelinedAnsweredWrapper<Name, Fn, Kinds...>::Start
-                                           : &AnsweredWrapper<Name, Fn, Kinds...>::Call};
+    return AnsweredEntryOf<AnsweredCommand<Name, Fn, Kinds...>>(Name.s, pipelined);
   } else {
     return FunctionEntry{nullptr, nullptr};
   }
@@ -340,3 +500,10 @@ constexpr FunctionEntry AnsweredEntry(bool pipelined) {
 
 #define KL_ANSWERED_CMD_AS(NAME, FN, ...) ::keyloom::AnsweredEntry<#NAME, &FN, __VA_ARGS__>(false)
 #define KL_PIPELINED_ANSWERED_CMD_AS(NAME, FN, ...) ::keyloom::AnsweredEntry<#NAME, &FN, __VA_ARGS__>(true)
+// A command declared piece by piece (its C kinds alone do not say which
+// pointers are inputs): KL_COMPOSED(C function, pieces...), made into either
+// form by defining KL_COMPOSED as one of these.
+#define KL_COMPOSED_ANSWERED(FN, ...) \
+  ::keyloom::AnsweredEntryOf<::keyloom::ComposedCommand<#FN, &FN, __VA_ARGS__>>(#FN, false)
+#define KL_COMPOSED_PIPELINED(FN, ...) \
+  ::keyloom::AnsweredEntryOf<::keyloom::ComposedCommand<#FN, &FN, __VA_ARGS__>>(#FN, true)

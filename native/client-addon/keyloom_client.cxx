@@ -101,6 +101,19 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
       KL_CMD(kl_get_ttl_decimal, Client, CharP, Size, CharPP, SizeP),                          \
       KL_CMD(kl_command, Client, Int, Bytes, Size, Bytes, Size, CharPP, SizeP)
 
+// The commands whose answered forms are declared piece by piece: a list of
+// strings in (TextList) is spelled like output cells, so the pieces say which
+// is which (answered_call.h). Each line must spell the C declaration.
+#define KEYLOOM_COMPOSED_COMMANDS                                                              \
+  KL_COMPOSED(kl_mget_whole, Client, TextList<CharPP, SizeP>, ManyValues, CharP, Size, Int),   \
+      KL_COMPOSED(kl_mdel, Client, TextList<CharPP, SizeP>, Count<IntP>),                      \
+      KL_COMPOSED(kl_hmget_whole, Client, CharP, Size, TextList<CharPP, SizeP>, ManyValues,    \
+                  CharP, Size),                                                                \
+      KL_COMPOSED(kl_mhmget_whole, Client, TextList<CharPP, SizeP>, TextList<CharPP, SizeP>,   \
+                  ManyValues, CharP, Size),                                                    \
+      KL_COMPOSED(kl_hmdel, Client, CharP, Size, TextList<CharPP, SizeP>, Count<IntP>),        \
+      KL_COMPOSED(kl_zmrem, Client, CharP, Size, TextList<CharPP, SizeP>, Count<IntP>)
+
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).
 const std::vector<FunctionEntry> kFunctions = {
@@ -138,19 +151,25 @@ const std::vector<FunctionEntry> kPipelined = {
     KEYLOOM_CLIENT_COMMANDS,
 };
 
-// exports.answered and exports.answered_pipelined: the commands that read one
-// value, returning (or settling with) the value itself (answered_call.h).
+// exports.answered and exports.answered_pipelined: the commands that answer with
+// a value, several values, names with values or a count, returning (or
+// settling with) the value itself (answered_call.h).
 #undef KL_CMD_AS
 #define KL_CMD_AS KL_ANSWERED_CMD_AS
+#define KL_COMPOSED KL_COMPOSED_ANSWERED
 const std::vector<FunctionEntry> kAnswered = {
 #include "library_functions.inc"
     KEYLOOM_CLIENT_COMMANDS,
+    KEYLOOM_COMPOSED_COMMANDS,
 };
 #undef KL_CMD_AS
+#undef KL_COMPOSED
 #define KL_CMD_AS KL_PIPELINED_ANSWERED_CMD_AS
+#define KL_COMPOSED KL_COMPOSED_PIPELINED
 const std::vector<FunctionEntry> kAnsweredPipelined = {
 #include "library_functions.inc"
     KEYLOOM_CLIENT_COMMANDS,
+    KEYLOOM_COMPOSED_COMMANDS,
 };
 
 // exports.signatures: the C kinds of every library command, by name, as its

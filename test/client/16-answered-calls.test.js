@@ -1,7 +1,8 @@
 'use strict';
 // The answered forms of keyloom_client.node: a command that reads one value,
-// several values or a count gives back the value itself in one call, for both
-// clients' commands.
+// several values, names with values or a count gives back the value itself in
+// one call, for both clients' commands; commands that take lists of strings
+// are declared piece by piece and take a JavaScript array.
 const { test, before } = require('node:test');
 const assert = require('node:assert/strict');
 const { kl, servers, client } = require('./support.js');
@@ -18,17 +19,19 @@ before(async () => {
 
 const len = (s) => Buffer.byteLength(s);
 
-test('every command whose outputs are one value, several values or a count has both answered forms, and only those', () => {
+test('every command whose outputs are one answer has both answered forms, and only those', () => {
   const names = Object.keys(own.answered);
   assert.deepEqual(Object.keys(own.answered_pipelined), names);
   // One value, several values (with a per-server result cell passed on, for keys and kl_config_get), a count.
   for (const name of ['kl_get_whole', 'kl_hget_whole', 'kl_lindex_whole', 'kl_lpop_whole', 'kl_dget_whole',
     'kl_incrby_decimal', 'kl_get_ttl_decimal', 'kl_lrange_whole', 'keys', 'kl_keys', 'kl_config_get',
-    'kl_llen', 'kl_hlen', 'kl_dbsize', 'kl_dirty']) {
+    'kl_llen', 'kl_hlen', 'kl_dbsize', 'kl_dirty', 'kl_hgetall', 'kl_dgetall_whole', 'kl_dclose_whole',
+    // declared piece by piece: lists of strings in
+    'kl_mget_whole', 'kl_mdel', 'kl_hmget_whole', 'kl_mhmget_whole', 'kl_hmdel', 'kl_zmrem']) {
     assert.ok(names.includes(name), name);
   }
-  // No output; two arrays; a double; a char ** without its length; input arrays beside the output.
-  for (const name of ['kl_set', 'kl_hgetall', 'kl_zscore', 'kl_type', 'kl_mget_whole']) assert.ok(!names.includes(name), name);
+  // No output; a double; a char ** without its length; arrays apart that share a count; a list in, no answer.
+  for (const name of ['kl_set', 'kl_zscore', 'kl_type', 'kl_smembers_whole', 'kl_mset']) assert.ok(!names.includes(name), name);
 
 });
 
@@ -66,6 +69,28 @@ test('a count comes back as a Number, signed or unsigned as its cell', () => {
   assert.equal(own.answered.kl_llen(h, 'counted', 7, false), 3);
   assert.equal(own.answered.kl_hlen(h, 'counted-hash', 12, false), 1);
   assert.equal(typeof own.answered.kl_dbsize(h, '', null, false), 'number');
+});
+
+test('names with values come back as [names, values], the values Buffers when asked', () => {
+  db.hset('answered-hash', 'f', 'héllo');
+  const hgetall = own.answered.kl_hgetall;
+  assert.deepEqual(hgetall(h, 'answered-hash', 13, false), [['f'], ['héllo']]);
+  assert.deepEqual(hgetall(h, 'answered-hash', 13, true), [['f'], [Buffer.from('héllo')]]);
+  assert.equal(hgetall(h, 'no-hash', 7, false), null);
+});
+
+test('a list of strings goes in as an array, and anything else is refused as the exact layer refuses', () => {
+  db.set('in-a', 'A');
+  db.set('in-b', 'B');
+  const mget = own.answered.kl_mget_whole;
+  assert.deepEqual(mget(h, ['in-a', 'not-there', 'in-b'], '', 0, kl.KL_NULL_ON_FAIL, false), ['A', null, 'B']);
+  assert.deepEqual(own.answered.kl_mhmget_whole(h, ['answered-hash', 'no-hash'], ['f', 'g'], '', 0, false),
+    ['héllo', null, null, null]);
+  assert.equal(own.answered.kl_mdel(h, ['in-a', 'in-b', 'not-there'], false), 2);
+  for (const bad of ['in-a', ['in-a', 1], [null], {}]) {
+    assert.throws(() => mget(h, bad, '', 0, kl.KL_NULL_ON_FAIL, false),
+      { name: 'Error', message: "in method 'kl_mget_whole', argument 2 of type 'array of strings'" });
+  }
 });
 
 test('any other code comes back as the failure record { code, value, kind, server, text }', () => {
@@ -107,7 +132,7 @@ test('the pipelined form hands the same answers to the settle callback, under th
   const all = new Promise((resolve) => { done = resolve; });
   assert.equal(own.pipeline_start(h, (results) => {
     for (let i = 0; i < results.length; i += 2) settled.set(results[i], results[i + 1]);
-    if (settled.size === 4) done();
+    if (settled.size === 5) done();
   }), 0);
   try {
     db.set('answered-p', 'value');
@@ -116,6 +141,7 @@ test('the pipelined form hands the same answers to the settle callback, under th
     get(h, 'missing', 7, '', 0, false, 8);
     get(h, 'a-list', 6, '', 0, true, 9);
     own.pipelined.kl_set(h, 'p-set', 5, 'v', 1, 0, 10);
+    own.answered_pipelined.kl_mget_whole(h, ['answered-p', 'missing'], '', 0, kl.KL_NULL_ON_FAIL, false, 11);
     assert.throws(() => get(h, 'k', 1, '', 0, false), /Illegal number of arguments/);
     assert.throws(() => get(h, 'k', 1, '', 0, false, -1), /ticket, a uint32/);
     own.pipeline_flush(h);
@@ -125,6 +151,7 @@ test('the pipelined form hands the same answers to the settle callback, under th
     assert.equal(settled.get(9).code, kl.KL_SERVER_ERROR);
     assert.match(settled.get(9).text, /^WRONGTYPE/);
     assert.equal(settled.get(10), 0);
+    assert.deepEqual(settled.get(11), ['value', null]);
   } finally {
     own.client_destroy(h);
   }

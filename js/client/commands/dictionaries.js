@@ -1,27 +1,18 @@
 'use strict';
 // Dictionaries: words with a value and a weight, completed by prefix.
-const { kl, text, byteLength, seconds, pairs, scoped, element, countOf } = require('../support.js');
-const { $handle, $check, NOTFOUND, resultOf, request } = require('../core.js');
+const { kl, text, byteLength, seconds, pairs, scoped } = require('../support.js');
+const { $handle, $check, NOTFOUND, request, $answered, requestAnswer } = require('../core.js');
+const { answeredFunction } = require('../native.js');
 const {
   command, methods, KEY, WORD, VALUE, TTL, ROUTE, WEIGHT, done, value, routeOf,
 } = require('../table.js');
 
-// The entries of a dictionary read as [{ word, value }].
-function* entries(client, command, key, options, call) {
-  return yield* scoped(client, function* dictionaryEntries(s) {
-    const n = s.count();
-    const w = s.strings(n);
-    const v = s.strings(n);
-    const rc = yield call(n, w, v);
-    if (resultOf(rc) === NOTFOUND) return [];
-    client[$check](rc, command, key);
-    const total = countOf(n);
-    const out = new Array(total);
-    for (let i = 0; i < total; i++) {
-      out[i] = { word: element(w.arr, w.lens, i, false), value: element(v.arr, v.lens, i, options?.buffer) };
-    }
-    return out;
-  });
+// The entries of a dictionary read by library function fnName (words with
+// their values) as [{ word, value }].
+function* entries(client, command, key, options, fnName, ...args) {
+  const answer = yield requestAnswer(answeredFunction(fnName), client[$handle], ...args, options?.buffer === true);
+  const [words, values] = client[$answered](answer, command, key) ?? [[], []];
+  return words.map((word, i) => ({ word, value: values[i] }));
 }
 
 module.exports = methods({
@@ -54,16 +45,14 @@ module.exports = methods({
     const k = text(key, 'key', 'dclose');
     const p = text(prefix, 'prefix', 'dclose');
     const route = routeOf(options, 'dclose');
-    return yield* entries(this, 'dclose', key, options, (n, w, v) =>
-      request(kl.kl_dclose_whole, this[$handle], k, byteLength(k), p, byteLength(p), n, w.arr, w.lens, v.arr, v.lens,
-        route, byteLength(route)));
+    return yield* entries(this, 'dclose', key, options, 'kl_dclose_whole', k, byteLength(k), p, byteLength(p),
+      route, byteLength(route));
   },
 
   /** Every word of the dictionary, heaviest first, as [{ word, value }]. */
   * dgetall(key, options) {
     const k = text(key, 'key', 'dgetall');
     const route = routeOf(options, 'dgetall');
-    return yield* entries(this, 'dgetall', key, options, (n, w, v) =>
-      request(kl.kl_dgetall_whole, this[$handle], k, byteLength(k), n, w.arr, w.lens, v.arr, v.lens, route, byteLength(route)));
+    return yield* entries(this, 'dgetall', key, options, 'kl_dgetall_whole', k, byteLength(k), route, byteLength(route));
   },
 });

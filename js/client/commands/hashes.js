@@ -1,8 +1,9 @@
 'use strict';
 // Hashes: HSET/HSETNX, HGET, HMSET/HMGET (and HMGET over several keys),
 // HGETALL, HDEL, HEXISTS, HLEN, HINCRBY.
-const { kl, codes, text, byteLength, seconds, list, pairs, scoped, element, elements, countOf, assign } = require('../support.js');
-const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
+const { kl, codes, text, byteLength, seconds, list, pairs, scoped, assign, textList } = require('../support.js');
+const { $handle, $status, NOTFOUND, request, $answered, requestAnswer } = require('../core.js');
+const { answeredFunction } = require('../native.js');
 const {
   command, methods, KEY, FIELD, VALUE, wideIntegerOf, TTL, ROUTE, done, value, count, wide, routeOf,
 } = require('../table.js');
@@ -33,18 +34,12 @@ module.exports = methods({
     if (fields.length === 0) return [];
     const k = text(key, 'key', 'hmget');
     const route = routeOf(options, 'hmget');
-    return yield* scoped(this, function* hmget(s) {
-      const f = s.texts(fields, 'field', 'hmget');
-      const n = s.count();
-      const o = s.strings(n);
-      const rc = yield request(kl.kl_hmget_whole, this[$handle], k, byteLength(k), f.arr, f.n, f.lens, o.arr, n, o.lens,
-        route, byteLength(route));
-      if (resultOf(rc) === NOTFOUND) return fields.map(() => null);
-      this[$check](rc, 'hmget', key);
-      const out = elements(o.arr, o.lens, countOf(n), options?.buffer);
-      while (out.length < fields.length) out.push(null);
-      return out;
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_hmget_whole'), this[$handle], k, byteLength(k),
+      textList(fields, 'field', 'hmget'), route, byteLength(route), options?.buffer === true);
+    const out = this[$answered](answer, 'hmget', key);
+    if (out === null) return fields.map(() => null);
+    while (out.length < fields.length) out.push(null);
+    return out;
   },
 
   /** The same fields over several keys: one array of values per key. */
@@ -54,36 +49,20 @@ module.exports = methods({
     if (keys.length === 0) return [];
     if (fields.length === 0) return keys.map(() => []);
     const route = routeOf(options, 'mhmget');
-    return yield* scoped(this, function* mhmget(s) {
-      const k = s.texts(keys, 'key', 'mhmget');
-      const f = s.texts(fields, 'field', 'mhmget');
-      const n = s.count();
-      const o = s.strings(n);
-      const rc = yield request(kl.kl_mhmget_whole, this[$handle], k.arr, k.n, k.lens, f.arr, f.n, f.lens, o.arr, n, o.lens,
-        route, byteLength(route));
-      this[$check](rc, 'mhmget');
-      const flat = elements(o.arr, o.lens, countOf(n), options?.buffer);
-      return keys.map((_, i) => fields.map((__, j) => flat[i * fields.length + j] ?? null));
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_mhmget_whole'), this[$handle], textList(keys, 'key', 'mhmget'),
+      textList(fields, 'field', 'mhmget'), route, byteLength(route), options?.buffer === true);
+    const flat = this[$answered](answer, 'mhmget') ?? [];
+    return keys.map((_, i) => fields.map((__, j) => flat[i * fields.length + j] ?? null));
   },
 
   /** HGETALL as an object ({} for a missing key); options.buffer gives Buffer values. */
   * hgetall(key, options) {
     const k = text(key, 'key', 'hgetall');
-    return yield* scoped(this, function* hgetall(s) {
-      const n = s.count();
-      const f = s.strings(n);
-      const v = s.strings(n);
-      const rc = yield request(kl.kl_hgetall, this[$handle], k, byteLength(k), n, f.arr, f.lens, v.arr, v.lens);
-      const out = {};
-      if (resultOf(rc) === NOTFOUND) return out;
-      this[$check](rc, 'hgetall', key);
-      const total = countOf(n);
-      for (let i = 0; i < total; i++) {
-        assign(out, element(f.arr, f.lens, i, false), element(v.arr, v.lens, i, options?.buffer));
-      }
-      return out;
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_hgetall'), this[$handle], k, byteLength(k), options?.buffer === true);
+    const out = {};
+    const [fields, values] = this[$answered](answer, 'hgetall', key) ?? [[], []];
+    for (let i = 0; i < fields.length; i++) assign(out, fields[i], values[i]);
+    return out;
   },
 
   /** HDEL: for one field true/false, for an array how many existed. */
@@ -94,14 +73,9 @@ module.exports = methods({
       return this[$status](yield request(kl.kl_hdel, this[$handle], k, byteLength(k), f, byteLength(f)), 'hdel', key, [NOTFOUND]);
     }
     if (fields.length === 0) return 0;
-    return yield* scoped(this, function* hdel(s) {
-      const f = s.texts(fields, 'field', 'hdel');
-      const deleted = s.int();
-      const rc = yield request(kl.kl_hmdel, this[$handle], k, byteLength(k), f.arr, f.n, f.lens, deleted);
-      if (resultOf(rc) === NOTFOUND) return 0;
-      this[$check](rc, 'hdel', key);
-      return kl.intp_value(deleted);
-    });
+    const deleted = yield requestAnswer(answeredFunction('kl_hmdel'), this[$handle], k, byteLength(k),
+      textList(fields, 'field', 'hdel'), false);
+    return this[$answered](deleted, 'hdel', key) ?? 0;
   },
 
   hexists: command('kl_hexists', [KEY, FIELD], done(NOTFOUND)),

@@ -1,7 +1,7 @@
 'use strict';
 // Commands on keys of any type: DEL, EXISTS, EXPIRE/PERSIST/TTL, TYPE,
 // RENAME, KEYS, RANDOMKEY, MOVE, SORT, and the repair of a dirty key.
-const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf } = require('../support.js');
+const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf, textList } = require('../support.js');
 const { $handle, $status, $check, $one, $answered, $sharded, NOTFOUND, request, requestAnswer } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const {
@@ -16,12 +16,8 @@ module.exports = methods({
       return this[$status](yield request(kl.kl_del, this[$handle], k, byteLength(k)), 'del', keys, [NOTFOUND]) ? 1 : 0;
     }
     if (keys.length === 0) return 0;
-    return yield* scoped(this, function* del(s) {
-      const input = s.texts(keys, 'key', 'del');
-      const deleted = s.int();
-      this[$check](yield request(kl.kl_mdel, this[$handle], input.arr, input.n, input.lens, deleted), 'del');
-      return kl.intp_value(deleted);
-    });
+    const deleted = yield requestAnswer(answeredFunction('kl_mdel'), this[$handle], textList(keys, 'key', 'del'), false);
+    return this[$answered](deleted, 'del') ?? 0;
   },
 
   exists: command('kl_exists', [KEY], done(NOTFOUND)),

@@ -2,8 +2,9 @@
 // Sorted sets, and sorted sets whose members carry values: ZADD and its
 // bounded forms, ZREM, ranges by rank and score, ZSCORE, ZRANK, ZCARD, ZCOUNT,
 // ZINCRBY, removal by score and rank.
-const { kl, codes, text, byteLength, seconds, integer, number, decode, scoped, element, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
+const { kl, codes, text, byteLength, seconds, integer, number, decode, scoped, element, elements, countOf, textList } = require('../support.js');
+const { $handle, $status, $check, NOTFOUND, resultOf, request, $answered, requestAnswer } = require('../core.js');
+const { answeredFunction } = require('../native.js');
 const {
   command, methods, KEY, MEMBER, VALUE, integerOf, numberOf, TTL, done, count, routeOf,
 } = require('../table.js');
@@ -105,14 +106,9 @@ module.exports = methods({
     if (!Array.isArray(members)) return yield* removeOne.call(this, key, members);
     if (members.length === 0) return 0;
     const k = text(key, 'key', 'zrem');
-    return yield* scoped(this, function* zrem(s) {
-      const input = s.texts(members, 'member', 'zrem');
-      const removed = s.int();
-      const rc = yield request(kl.kl_zmrem, this[$handle], k, byteLength(k), input.arr, input.n, input.lens, removed);
-      if (resultOf(rc) === NOTFOUND) return 0;
-      this[$check](rc, 'zrem', key);
-      return kl.intp_value(removed);
-    });
+    const removed = yield requestAnswer(answeredFunction('kl_zmrem'), this[$handle], k, byteLength(k),
+      textList(members, 'member', 'zrem'), false);
+    return this[$answered](removed, 'zrem', key) ?? 0;
   },
 
   /**

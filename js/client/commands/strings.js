@@ -1,9 +1,9 @@
 'use strict';
 // Strings and counters: GET, SET and its conditional forms, APPEND, GETSET,
 // MGET/MSET over every shard, INCR/DECR.
-const { kl, codes, text, byteLength, seconds, pairs, list, scoped, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
-const { own } = require('../native.js');
+const { kl, codes, text, byteLength, seconds, pairs, list, scoped, textList } = require('../support.js');
+const { $handle, $status, NOTFOUND, resultOf, request, $answered, requestAnswer, isFailureRecord } = require('../core.js');
+const { own, answeredFunction } = require('../native.js');
 const {
   command, methods, subcommand, KEY, VALUE, wideIntegerOf, fixedInteger, TTL, ROUTE, done, value, wide, routeOf,
 } = require('../table.js');
@@ -70,18 +70,12 @@ module.exports = methods({
     if (keys.length === 0) return [];
     const route = routeOf(options, 'mget');
     const policy = options?.bestEffort ? kl.KL_BEST_EFFORT_ON_FAIL : kl.KL_NULL_ON_FAIL;
-    return yield* scoped(this, function* mget(s) {
-      const input = s.texts(keys, 'key', 'mget');
-      const count = s.count();
-      const o = s.strings(count);
-      const rc = yield request(kl.kl_mget_whole, this[$handle], input.arr, input.n, input.lens, o.arr, count, o.lens,
-        route, byteLength(route), policy);
-      if (!(options?.bestEffort && resultOf(rc) === codes.KL_PARTIAL_RESULT)) this[$check](rc, 'mget');
-      const n = countOf(count);
-      const out = elements(o.arr, o.lens, n, options?.buffer);
-      while (out.length < keys.length) out.push(null);
-      return out;
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_mget_whole'), this[$handle], textList(keys, 'key', 'mget'),
+      route, byteLength(route), policy, options?.buffer === true);
+    const partial = options?.bestEffort && isFailureRecord(answer) && resultOf(answer.code) === codes.KL_PARTIAL_RESULT;
+    const out = (partial ? answer.value : this[$answered](answer, 'mget')) ?? [];
+    while (out.length < keys.length) out.push(null);
+    return out;
   },
 
   /** MSET of an object, a Map or [key, value] pairs; options.ttl gives every key a TTL. */
