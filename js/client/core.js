@@ -5,7 +5,7 @@
 // commands themselves live in commands/, one file per family; index.js puts
 // them on KeyloomClient's prototype.
 const {
-  kl, codes, DIRTY, KeyloomError, decode, scoped,
+  kl, codes, DIRTY, KeyloomError,
 } = require('./support.js');
 const { own } = require('./native.js');
 
@@ -16,7 +16,6 @@ const resultOf = (rc) => rc & ~DIRTY;
 const $handle = Symbol('keyloom.handle');
 const $check = Symbol('keyloom.check');
 const $status = Symbol('keyloom.status');
-const $one = Symbol('keyloom.one');
 const $answered = Symbol('keyloom.answered');
 // True when some group spreads its keys over more than one server.
 const $sharded = Symbol('keyloom.sharded');
@@ -135,9 +134,11 @@ class ClientCore {
   }
 
   // The answer of an answered call: its value, or the value once its code is
-  // checked (an error throws; the dirty bit tells onDirty).
-  [$answered](answer, command, key) {
+  // checked (an error throws; the dirty bit tells onDirty); null for one of
+  // the `soft` codes.
+  [$answered](answer, command, key, soft) {
     if (!isFailureRecord(answer)) return answer;
+    if (soft && soft.includes(resultOf(answer.code))) return null;
     this[$check](answer.code, command, key, failureFields(answer.kind, answer.server, answer.text));
     return answer.value;
   }
@@ -153,20 +154,6 @@ class ClientCore {
     if (soft && soft.includes(r)) return false;
     this[$check](rc, command, key);
     return true;
-  }
-
-  // The answer shapes below are generators (yield* them); `call` makes the
-  // library call's request given the answer's cells.
-
-  // A read of one value through a char ** and a size_t * cell.
-  * [$one](command, key, asBuffer, call) {
-    return yield* scoped(this, function* one(s) {
-      const o = s.value();
-      const rc = yield call(o.v, o.n);
-      if (resultOf(rc) === NOTFOUND) return null;
-      this[$check](rc, command, key);
-      return decode(kl.charpp_value_raw(o.v, o.n), asBuffer);
-    });
   }
 
   // Closes the connections and frees the library's client.
@@ -203,5 +190,5 @@ if (typeof Symbol.dispose === 'symbol') {
 
 module.exports = {
   ClientCore, KeyloomClient, NOTFOUND, resultOf, request, requestAnswer, isFailureRecord, runNow, failureFields,
-  $handle, $check, $status, $one, $answered, $sharded, $servers, $failure, $destroy, $onDirty,
+  $handle, $check, $status, $answered, $sharded, $servers, $failure, $destroy, $onDirty,
 };

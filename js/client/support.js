@@ -70,6 +70,16 @@ function text(value, what, command) {
 
 const byteLength = (s) => Buffer.byteLength(s, 'utf8');
 
+/** [name, value] pairs as [name, value, name, value, ...], each as text(); for an answered call. */
+function textPairs(all, nameWhat, valueWhat, command) {
+  const out = new Array(2 * all.length);
+  for (let i = 0; i < all.length; i++) {
+    out[2 * i] = text(all[i][0], nameWhat, command);
+    out[2 * i + 1] = text(all[i][1], valueWhat, command);
+  }
+  return out;
+}
+
 /** Each item as text(); for an answered call's list of strings. */
 function textList(items, what, command) {
   const out = new Array(items.length);
@@ -365,7 +375,7 @@ function countOf(cell) {
 }
 
 module.exports = {
-  textList,
+  textList, textPairs,
   kl,
   codes,
   DIRTY,

@@ -60,6 +60,11 @@ v8::MaybeLocal<v8::Value> OneValue::ValueOf(v8::Isolate* isolate, const Cells& c
   return BytesOf(isolate, cells.value, cells.length, as_buffer);
 }
 
+v8::MaybeLocal<v8::Value> Text::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
+  if (!cells.value) return v8::Null(isolate);
+  return BytesOf(isolate, cells.value, std::strlen(cells.value), as_buffer);
+}
+
 v8::MaybeLocal<v8::Value> ManyValues::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
   return ArrayOf(isolate, cells.values, cells.lengths, cells.Count(), as_buffer);
 }

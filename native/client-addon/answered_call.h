@@ -155,6 +155,27 @@ struct NamedValues {
   static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
 };
 
+// No output: true. For a declared command whose only answer is its code.
+struct Done {
+  using CKinds = std::tuple<>;
+  struct Cells {
+    void Free() {}
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells&, bool) { return v8::True(isolate); }
+};
+
+// A NUL-terminated text through a char ** cell alone: a string.
+struct Text {
+  using CKinds = std::tuple<CharPP>;
+  struct Cells : OneValue::Cells {
+    template <size_t K>
+    auto At() {
+      return &value;
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
+};
+
 // A count through an int * or unsigned int * cell: a Number.
 template <class Kind>
 struct Count {
@@ -267,6 +288,12 @@ struct ShapeOf {
 
 // ---- Input pieces: one JavaScript argument for several C arguments ------------
 
+// The copies' pointers as the C function takes them (char ** or char const **).
+template <class T>
+T ItemsAs(std::vector<char*>& items) {
+  return static_cast<T>(static_cast<void*>(items.data()));
+}
+
 // A JavaScript array of strings as (items, count, lengths), every string
 // copied as UTF-8 into one block for the call. Array and Lengths are the C
 // kinds of the items and the lengths (char ** or char const **, size_t * or
@@ -286,11 +313,57 @@ struct TextList {
   template <size_t K>
   static auto CArg(slot& s) {
     if constexpr (K == 0) {
-      return reinterpret_cast<typename Array::c_type>(s.items.data());
+      return ItemsAs<typename Array::c_type>(s.items);
     } else if constexpr (K == 1) {
       return s.items.size();
     } else {
       return static_cast<typename Lengths::c_type>(s.lengths.data());
+    }
+  }
+  static void release(slot& s) { s = slot(); }
+};
+
+// A JavaScript array of names and values, alternating ([name, value, name,
+// value, ...]), as (names, count, name lengths, values, value lengths), every
+// string copied as UTF-8 into one block for the call.
+template <class Names, class NameLengths, class Values, class ValueLengths>
+struct TextPairs {
+  using CKinds = std::tuple<Names, Size, NameLengths, Values, ValueLengths>;
+  static constexpr const char* text = "array of names and values";
+  struct slot {
+    std::string bytes;
+    std::vector<char*> items, names, values;
+    std::vector<size_t> lengths, name_lengths, value_lengths;
+  };
+  static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
+    const int r = CopyTextList(isolate, value, s.bytes, s.items, s.lengths);
+    if (r != 0) return r;
+    if (s.items.size() % 2 != 0) return KLRT_TypeError;
+    const size_t n = s.items.size() / 2;
+    s.names.resize(n);
+    s.values.resize(n);
+    s.name_lengths.resize(n);
+    s.value_lengths.resize(n);
+    for (size_t i = 0; i < n; ++i) {
+      s.names[i] = s.items[2 * i];
+      s.name_lengths[i] = s.lengths[2 * i];
+      s.values[i] = s.items[2 * i + 1];
+      s.value_lengths[i] = s.lengths[2 * i + 1];
+    }
+    return 0;
+  }
+  template <size_t K>
+  static auto CArg(slot& s) {
+    if constexpr (K == 0) {
+      return ItemsAs<typename Names::c_type>(s.names);
+    } else if constexpr (K == 1) {
+      return s.names.size();
+    } else if constexpr (K == 2) {
+      return static_cast<typename NameLengths::c_type>(s.name_lengths.data());
+    } else if constexpr (K == 3) {
+      return ItemsAs<typename Values::c_type>(s.values);
+    } else {
+      return static_cast<typename ValueLengths::c_type>(s.value_lengths.data());
     }
   }
   static void release(slot& s) { s = slot(); }

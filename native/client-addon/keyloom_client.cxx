@@ -102,8 +102,9 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
       KL_CMD(kl_command, Client, Int, Bytes, Size, Bytes, Size, CharPP, SizeP)
 
 // The commands whose answered forms are declared piece by piece: a list of
-// strings in (TextList) is spelled like output cells, so the pieces say which
-// is which (answered_call.h). Each line must spell the C declaration.
+// strings in (TextList, TextPairs) is spelled like output cells, and a
+// char ** alone (kl_type) is no shape of its own, so the pieces say which is
+// which (answered_call.h). Each line must spell the C declaration.
 #define KEYLOOM_COMPOSED_COMMANDS                                                              \
   KL_COMPOSED(kl_mget_whole, Client, TextList<CharPP, SizeP>, ManyValues, CharP, Size, Int),   \
       KL_COMPOSED(kl_mdel, Client, TextList<CharPP, SizeP>, Count<IntP>),                      \
@@ -112,7 +113,15 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
       KL_COMPOSED(kl_mhmget_whole, Client, TextList<CharPP, SizeP>, TextList<CharPP, SizeP>,   \
                   ManyValues, CharP, Size),                                                    \
       KL_COMPOSED(kl_hmdel, Client, CharP, Size, TextList<CharPP, SizeP>, Count<IntP>),        \
-      KL_COMPOSED(kl_zmrem, Client, CharP, Size, TextList<CharPP, SizeP>, Count<IntP>)
+      KL_COMPOSED(kl_zmrem, Client, CharP, Size, TextList<CharPP, SizeP>, Count<IntP>),        \
+      KL_COMPOSED(kl_mset, Client, TextPairs<CharConstPP, SizeP, CharPP, SizeP>, Done),         \
+      KL_COMPOSED(kl_hmset, Client, CharP, Size, TextPairs<CharPP, SizeP, CharPP, SizeP>, Done, \
+                  Size),                                                                       \
+      KL_COMPOSED(kl_dmadd, Client, CharP, Size, TextPairs<CharPP, SizeP, CharPP, SizeP>, UInt, \
+                  Count<IntP>, Size),                                                          \
+      KL_COMPOSED(kl_sunion_whole, Client, TextList<CharPP, SizeP>, ManyValues, CharP, Size, Int), \
+      KL_COMPOSED(kl_sunionstore, Client, CharP, Size, TextList<CharPP, SizeP>, Done, Int, Size),  \
+      KL_COMPOSED(kl_type, Client, CharP, Size, Text)
 
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).

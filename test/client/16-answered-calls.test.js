@@ -27,11 +27,14 @@ test('every command whose outputs are one answer has both answered forms, and on
     'kl_incrby_decimal', 'kl_get_ttl_decimal', 'kl_lrange_whole', 'keys', 'kl_keys', 'kl_config_get',
     'kl_llen', 'kl_hlen', 'kl_dbsize', 'kl_dirty', 'kl_hgetall', 'kl_dgetall_whole', 'kl_dclose_whole',
     // declared piece by piece: lists of strings in
-    'kl_mget_whole', 'kl_mdel', 'kl_hmget_whole', 'kl_mhmget_whole', 'kl_hmdel', 'kl_zmrem']) {
+    'kl_mget_whole', 'kl_mdel', 'kl_hmget_whole', 'kl_mhmget_whole', 'kl_hmdel', 'kl_zmrem', 'kl_mset', 'kl_hmset',
+    'kl_dmadd', 'kl_type']) {
     assert.ok(names.includes(name), name);
   }
-  // No output; a double; a char ** without its length; arrays apart that share a count; a list in, no answer.
-  for (const name of ['kl_set', 'kl_zscore', 'kl_type', 'kl_smembers_whole', 'kl_mset']) assert.ok(!names.includes(name), name);
+  // No output; a double beside a value; arrays apart that share a count; lists in beside a list of TTLs.
+  for (const name of ['kl_set', 'kl_zscore', 'kl_smembers_whole', 'kl_zrange_whole', 'kl_msetex']) {
+    assert.ok(!names.includes(name), name);
+  }
 
 });
 
@@ -91,6 +94,15 @@ test('a list of strings goes in as an array, and anything else is refused as the
     assert.throws(() => mget(h, bad, '', 0, kl.KL_NULL_ON_FAIL, false),
       { name: 'Error', message: "in method 'kl_mget_whole', argument 2 of type 'array of strings'" });
   }
+});
+
+test('names with values go in as one array, alternating; a text alone comes back as a string', () => {
+  assert.equal(own.answered.kl_mset(h, ['pair-a', 'A', 'pair-b', 'héllo'], false), true);
+  assert.deepEqual(db.mget(['pair-a', 'pair-b']), ['A', 'héllo']);
+  assert.throws(() => own.answered.kl_mset(h, ['pair-a'], false),
+    { message: "in method 'kl_mset', argument 2 of type 'array of names and values'" });
+  assert.equal(own.answered.kl_type(h, 'pair-a', 6, false), 'string');
+  assert.equal(own.answered.kl_type(h, 'no-key', 6, false), 'none');
 });
 
 test('any other code comes back as the failure record { code, value, kind, server, text }', () => {

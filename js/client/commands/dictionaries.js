@@ -1,7 +1,7 @@
 'use strict';
 // Dictionaries: words with a value and a weight, completed by prefix.
-const { kl, text, byteLength, seconds, pairs, scoped } = require('../support.js');
-const { $handle, $check, NOTFOUND, request, $answered, requestAnswer } = require('../core.js');
+const { text, byteLength, seconds, pairs, textPairs } = require('../support.js');
+const { $handle, NOTFOUND, $answered, requestAnswer } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const {
   command, methods, KEY, WORD, VALUE, TTL, ROUTE, WEIGHT, done, value, routeOf,
@@ -26,14 +26,9 @@ module.exports = methods({
     if (list.length === 0) return 0;
     const weight = seconds(options?.weight ?? 1, 'weight', 'dmadd');
     const ttl = seconds(options?.ttl, 'ttl', 'dmadd');
-    return yield* scoped(this, function* dmadd(s) {
-      const w = s.texts(list.map((p) => p[0]), 'word', 'dmadd');
-      const v = s.texts(list.map((p) => p[1]), 'value', 'dmadd');
-      const added = s.int();
-      this[$check](yield request(kl.kl_dmadd, this[$handle], k, byteLength(k), w.arr, w.n, w.lens, v.arr, v.lens, weight, added, ttl),
-        'dmadd', key);
-      return kl.intp_value(added);
-    });
+    const added = yield requestAnswer(answeredFunction('kl_dmadd'), this[$handle], k, byteLength(k),
+      textPairs(list, 'word', 'value', 'dmadd'), weight, ttl, false);
+    return this[$answered](added, 'dmadd', key) ?? 0;
   },
 
   dget: command('kl_dget_whole', [KEY, WORD], value(), [ROUTE]),

@@ -1,7 +1,7 @@
 'use strict';
 // Hashes: HSET/HSETNX, HGET, HMSET/HMGET (and HMGET over several keys),
 // HGETALL, HDEL, HEXISTS, HLEN, HINCRBY.
-const { kl, codes, text, byteLength, seconds, list, pairs, scoped, assign, textList } = require('../support.js');
+const { kl, codes, text, byteLength, seconds, list, pairs, assign, textList, textPairs } = require('../support.js');
 const { $handle, $status, NOTFOUND, request, $answered, requestAnswer } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const {
@@ -20,12 +20,9 @@ module.exports = methods({
     const all = pairs(fields, 'fields', 'hmset');
     if (all.length === 0) return true;
     const ttl = seconds(options?.ttl, 'ttl', 'hmset');
-    return yield* scoped(this, function* hmset(s) {
-      const f = s.texts(all.map((p) => p[0]), 'field', 'hmset');
-      const v = s.texts(all.map((p) => p[1]), 'value', 'hmset');
-      return this[$status](yield request(kl.kl_hmset, this[$handle], k, byteLength(k), f.arr, f.n, f.lens, v.arr, v.lens, ttl),
-        'hmset', key);
-    });
+    const done = yield requestAnswer(answeredFunction('kl_hmset'), this[$handle], k, byteLength(k),
+      textPairs(all, 'field', 'value', 'hmset'), ttl, false);
+    return this[$answered](done, 'hmset', key);
   },
 
   /** HMGET: one value (or null) per field. */

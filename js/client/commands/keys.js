@@ -2,7 +2,7 @@
 // Commands on keys of any type: DEL, EXISTS, EXPIRE/PERSIST/TTL, TYPE,
 // RENAME, KEYS, RANDOMKEY, MOVE, SORT, and the repair of a dirty key.
 const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf, textList } = require('../support.js');
-const { $handle, $status, $check, $one, $answered, $sharded, NOTFOUND, request, requestAnswer } = require('../core.js');
+const { $handle, $status, $check, $answered, $sharded, NOTFOUND, request, requestAnswer } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const {
   command, methods, subcommand, KEY, textOf, integerOf, secondsOf, done, value, wide, routeOf, NULL_STRING,
@@ -34,8 +34,8 @@ module.exports = methods({
   /** 'string', 'list', 'set', 'zset', 'hash', or 'none' for a missing key. */
   * type(key) {
     const k = text(key, 'key', 'type');
-    const t = yield* this[$one]('type', key, false, (v) => request(kl.kl_type, this[$handle], k, byteLength(k), v));
-    return t ?? 'none';
+    const t = yield requestAnswer(answeredFunction('kl_type'), this[$handle], k, byteLength(k), false);
+    return this[$answered](t, 'type', key) ?? 'none';
   },
 
   rename: command('kl_rename', [KEY, textOf('new key')], done()),

@@ -1,8 +1,9 @@
 'use strict';
 // Sets, and sets whose members carry values: SADD, SREM, SMEMBERS, SISMEMBER,
 // the member values and the CIDR lookup, SCARD, SPOP, SUNION(STORE).
-const { kl, codes, text, byteLength, seconds, list, decode, scoped, element, elements, countOf } = require('../support.js');
-const { $handle, $status, $check, NOTFOUND, resultOf, request } = require('../core.js');
+const { kl, codes, text, byteLength, seconds, list, scoped, element, elements, countOf, textList } = require('../support.js');
+const { $handle, $check, NOTFOUND, resultOf, request, $answered, requestAnswer, isFailureRecord } = require('../core.js');
+const { answeredFunction } = require('../native.js');
 const { command, methods, KEY, MEMBER, VALUE, TTL, ROUTE, done, value, count, routeOf } = require('../table.js');
 const { eachValue, removeEach } = require('../repeat.js');
 
@@ -54,28 +55,18 @@ module.exports = methods({
     const k = text(key, 'key', 'sval');
     const m = text(member, 'member', 'sval');
     const route = routeOf(options, 'sval');
-    return yield* scoped(this, function* sval(s) {
-      const o = s.value();
-      const rc = yield request(kl.kl_sval_whole, this[$handle], k, byteLength(k), m, byteLength(m), o.v, o.n, route, byteLength(route));
-      const r = resultOf(rc);
-      if (r === NOTFOUND || r === codes.KL_SET_EMPTY_VALUE || r === codes.KL_NO_SET_KEY) return null;
-      this[$check](rc, 'sval', key);
-      return decode(kl.charpp_value_raw(o.v, o.n), options?.buffer);
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_sval_whole'), this[$handle], k, byteLength(k), m, byteLength(m),
+      route, byteLength(route), options?.buffer === true);
+    return this[$answered](answer, 'sval', key, [codes.KL_SET_EMPTY_VALUE, codes.KL_NO_SET_KEY]);
   },
 
   /** Members are CIDR networks: the value of the most specific one holding ip, or null. */
   * svalfromip(key, ip, options) {
     const k = text(key, 'key', 'svalfromip');
     const a = text(ip, 'address', 'svalfromip');
-    return yield* scoped(this, function* svalfromip(s) {
-      const o = s.value();
-      const rc = yield request(kl.kl_svalfromip, this[$handle], k, byteLength(k), a, byteLength(a), o.v, o.n);
-      const r = resultOf(rc);
-      if (r === NOTFOUND || r === codes.KL_NO_SUBNET || r === codes.KL_NO_SET_KEY) return null;
-      this[$check](rc, 'svalfromip', key);
-      return decode(kl.charpp_value_raw(o.v, o.n), options?.buffer);
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_svalfromip'), this[$handle], k, byteLength(k), a, byteLength(a),
+      options?.buffer === true);
+    return this[$answered](answer, 'svalfromip', key, [codes.KL_NO_SUBNET, codes.KL_NO_SET_KEY]);
   },
 
   scard: command('kl_scard', [KEY], count()),
@@ -87,17 +78,10 @@ module.exports = methods({
     if (keys.length === 0) return [];
     const route = routeOf(options, 'sunion');
     const policy = options?.bestEffort ? kl.KL_BEST_EFFORT_ON_FAIL : kl.KL_NULL_ON_FAIL;
-    return yield* scoped(this, function* sunion(s) {
-      const input = s.texts(keys, 'key', 'sunion');
-      const n = s.count();
-      const o = s.strings(n);
-      const rc = yield request(kl.kl_sunion_whole, this[$handle], input.arr, input.n, input.lens, o.arr, n, o.lens,
-        route, byteLength(route), policy);
-      const r = resultOf(rc);
-      if (r === NOTFOUND) return [];
-      if (!(options?.bestEffort && r === codes.KL_PARTIAL_RESULT)) this[$check](rc, 'sunion');
-      return elements(o.arr, o.lens, countOf(n), options?.buffer);
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_sunion_whole'), this[$handle], textList(keys, 'key', 'sunion'),
+      route, byteLength(route), policy, options?.buffer === true);
+    const partial = options?.bestEffort && isFailureRecord(answer) && resultOf(answer.code) === codes.KL_PARTIAL_RESULT;
+    return (partial ? answer.value : this[$answered](answer, 'sunion')) ?? [];
   },
 
   * sunionstore(destination, keys, options) {
@@ -105,10 +89,8 @@ module.exports = methods({
     const d = text(destination, 'destination', 'sunionstore');
     const ttl = seconds(options?.ttl, 'ttl', 'sunionstore');
     const policy = options?.bestEffort ? kl.KL_BEST_EFFORT_ON_FAIL : kl.KL_NULL_ON_FAIL;
-    return yield* scoped(this, function* sunionstore(s) {
-      const input = s.texts(keys, 'key', 'sunionstore');
-      return this[$status](yield request(kl.kl_sunionstore, this[$handle], d, byteLength(d), input.arr, input.n, input.lens, policy, ttl),
-        'sunionstore', destination);
-    });
+    const done = yield requestAnswer(answeredFunction('kl_sunionstore'), this[$handle], d, byteLength(d),
+      textList(keys, 'key', 'sunionstore'), policy, ttl, false);
+    return this[$answered](done, 'sunionstore', destination);
   },
 });
