@@ -196,22 +196,6 @@ const SIZE_MAX_LOW = -1; // ulongp_value of SIZE_MAX: only the low 32 bits come 
  * back on every path, exceptions included. Replies are released before the cell
  * that holds them (reverse order of registration).
  */
-// Idle { v, n } pairs of Scope.value(), at most MAX_IDLE_VALUE_CELLS of them.
-const idleValueCells = [];
-const MAX_IDLE_VALUE_CELLS = 8;
-
-function recycleValueCells(cells) {
-  if (idleValueCells.length < MAX_IDLE_VALUE_CELLS) {
-    // As new: some commands write the text and leave the length for the
-    // reader to find (a zero length reads up to the NUL).
-    kl.ulongp_assign(cells.n, 0);
-    idleValueCells.push(cells);
-    return;
-  }
-  kl.delete_charpp(cells.v);
-  kl.delete_ulongp(cells.n);
-}
-
 class Scope {
   constructor() {
     this.releases = [];
@@ -237,18 +221,6 @@ class Scope {
     if (failure) throw failure;
   }
 
-  // One text reply: a char ** cell and its size_t length cell. The pair is
-  // taken from a small pool of idle pairs (making and finalising two cells
-  // costs more than the rest of a GET's JavaScript side) and given back
-  // empty: the reply is released first, which nulls the cell, and the length
-  // goes back to 0.
-  value() {
-    const cells = idleValueCells.pop() ?? { v: kl.new_charpp(), n: kl.new_ulongp() };
-    this.add(recycleValueCells, cells);
-    this.add(kl.kl_free_php_reply_p, cells.v);
-    return cells;
-  }
-
   // A size_t count cell.
   count() {
     const c = kl.new_ulongp();
@@ -267,68 +239,6 @@ class Scope {
     this.add(releaseLengths, lens);
     return { arr, lens };
   }
-
-  // A double ** cell that receives an array of doubles (scores).
-  doubles() {
-    const cell = kl.new_doublepp();
-    this.add(kl.delete_doublepp, cell);
-    this.add(releaseDoubles, cell);
-    return cell;
-  }
-
-  int() {
-    const c = kl.new_intp();
-    this.add(kl.delete_intp, c);
-    return c;
-  }
-
-  uint() {
-    const c = kl.new_uintp();
-    this.add(kl.delete_uintp, c);
-    return c;
-  }
-
-  double() {
-    const c = kl.new_doublep();
-    this.add(kl.delete_doublep, c);
-    return c;
-  }
-
-  // Input: a char ** array of texts and the size_t * array of their byte lengths.
-  texts(items, what, command) {
-    const n = items.length;
-    const arr = kl.new_charp_array(n);
-    if (arr === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command });
-    this.add(kl.delete_charp_array, arr, n);
-    const lens = kl.new_ulong_array(n);
-    if (lens === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command });
-    this.add(kl.delete_ulong_array, lens);
-    for (let i = 0; i < n; i++) {
-      const s = text(items[i], what, command);
-      const len = byteLength(s);
-      kl.charp_array_set(arr, i, s, len);
-      kl.ulong_array_set(lens, i, len);
-    }
-    return { arr, lens, n };
-  }
-
-  // Input: a double * array.
-  numbers(values, what, command) {
-    const arr = kl.new_double_array(values.length);
-    if (arr === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE, { command });
-    this.add(kl.delete_double_array, arr);
-    for (let i = 0; i < values.length; i++) kl.double_array_set(arr, i, number(values[i], what, command));
-    return arr;
-  }
-
-  // Input: a size_t * array.
-  sizes(values) {
-    const arr = kl.new_ulong_array(values.length);
-    if (arr === null) throw new KeyloomError(codes.KL_MEMORY_FAILURE);
-    this.add(kl.delete_ulong_array, arr);
-    for (let i = 0; i < values.length; i++) kl.ulong_array_set(arr, i, values[i]);
-    return arr;
-  }
 }
 
 function releaseStrings(arr, count) {
@@ -338,10 +248,6 @@ function releaseStrings(arr, count) {
 
 function releaseLengths(lens) {
   kl.kl_free_php_reply_p(kl.ulongpp_to_charpp(lens));
-}
-
-function releaseDoubles(cell) {
-  kl.kl_free_php_reply_p(kl.doublepp_to_charpp(cell));
 }
 
 /**

@@ -65,6 +65,18 @@ v8::MaybeLocal<v8::Value> Text::ValueOf(v8::Isolate* isolate, const Cells& cells
   return BytesOf(isolate, cells.value, std::strlen(cells.value), as_buffer);
 }
 
+v8::MaybeLocal<v8::Value> ScoresAlongside::ValueOf(v8::Isolate* isolate, const Cells& cells, bool) {
+  const size_t count = cells.scores ? cells.count : 0;
+  if (count > static_cast<size_t>(INT_MAX)) {
+    isolate->ThrowException(v8::Exception::RangeError(
+        TextOf(isolate, "keyloom: " + std::to_string(count) + " scores are too many for an array")));
+    return {};
+  }
+  std::vector<v8::Local<v8::Value>> scores(count);
+  for (size_t i = 0; i < count; ++i) scores[i] = v8::Number::New(isolate, cells.scores[i]);
+  return v8::Array::New(isolate, scores.data(), count);
+}
+
 v8::MaybeLocal<v8::Value> ManyValues::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
   return ArrayOf(isolate, cells.values, cells.lengths, cells.Count(), as_buffer);
 }

@@ -155,6 +155,53 @@ struct NamedValues {
   static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
 };
 
+// Values beside an earlier answer of several values, sharing its count:
+// (char ***values, size_t **lengths), an array like it (empty when the call
+// filled none).
+struct ValuesAlongside {
+  using CKinds = std::tuple<CharPPP, SizePP>;
+  struct Cells {
+    ManyValues::Cells values;
+    void Share(size_t count) { values.count = count; }
+    void Free() { values.Free(); }
+    template <size_t K>
+    auto At() {
+      if constexpr (K == 0) {
+        return &values.values;
+      } else {
+        return &values.lengths;
+      }
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
+    return ManyValues::ValueOf(isolate, cells.values, as_buffer);
+  }
+};
+
+// Scores beside an earlier answer of several values, sharing its count:
+// (double **scores), an array of Numbers (empty when the call filled none).
+struct ScoresAlongside {
+  using CKinds = std::tuple<DoublePP>;
+  struct Cells {
+    double* scores = nullptr;
+    size_t count = 0;
+    Cells() = default;
+    Cells(const Cells&) = delete;
+    Cells& operator=(const Cells&) = delete;
+    ~Cells() { Free(); }
+    void Share(size_t n) { count = n; }
+    void Free() {
+      if (scores) kl_free_php_reply_p(reinterpret_cast<char**>(&scores));
+      count = 0;
+    }
+    template <size_t K>
+    auto At() {
+      return &scores;
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
+};
+
 // No output: true. For a declared command whose only answer is its code.
 struct Done {
   using CKinds = std::tuple<>;
@@ -176,7 +223,7 @@ struct Text {
   static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
 };
 
-// A count through an int * or unsigned int * cell: a Number.
+// A count or a score through an int *, unsigned int * or double * cell: a Number.
 template <class Kind>
 struct Count {
   using CKinds = std::tuple<Kind>;
@@ -193,6 +240,8 @@ struct Count {
   }
 };
 
+using Score = Count<DoubleP>;
+
 // The failure record of a call that did not simply succeed: { code, value,
 // kind, server, text }, without a prototype.
 v8::Local<v8::Value> FailedAnswer(v8::Isolate* isolate, kl_return_t code, v8::Local<v8::Value> value,
@@ -203,20 +252,57 @@ v8::Local<v8::Value> FailedAnswer(v8::Isolate* isolate, kl_return_t code, v8::Lo
 int CopyTextList(v8::Isolate* isolate, v8::Local<v8::Value> value, std::string& bytes, std::vector<char*>& items,
                  std::vector<size_t>& lengths);
 
-// The answer of a finished call (see the top of this file), the cells given
-// back; empty with an exception pending when the value cannot be made.
-template <class Shape>
-v8::MaybeLocal<v8::Value> AnswerOf(v8::Isolate* isolate, kl_return_t code, typename Shape::Cells& cells,
-                                   bool as_buffer, const CallFailureText& failure) {
+// Gives answers that share the count of an earlier one (ValuesAlongside,
+// ScoresAlongside) that count, the first answer's that has one.
+template <class Cells>
+void ShareCount(Cells& cells) {
+  size_t count = 0;
+  bool found = false;
+  std::apply(
+      [&](auto&... each) {
+        (
+            [&] {
+              if constexpr (requires { each.Count(); }) {
+                if (!found) count = each.Count(), found = true;
+              }
+            }(),
+            ...);
+        (
+            [&] {
+              if constexpr (requires { each.Share(count); }) each.Share(count);
+            }(),
+            ...);
+      },
+      cells);
+}
+
+// The answer of a finished call (see the top of this file) with the cells of
+// its answer pieces, which are given back: the value of its one answer, or
+// the array of the values of several ([score, value]). Empty with an
+// exception pending when a value cannot be made.
+template <class... Answers>
+v8::MaybeLocal<v8::Value> AnswerOf(v8::Isolate* isolate, kl_return_t code,
+                                   std::tuple<typename Answers::Cells...>& cells, bool as_buffer,
+                                   const CallFailureText& failure) {
+  ShareCount(cells);
+  const auto free_all = [&cells] { std::apply([](auto&... each) { (each.Free(), ...); }, cells); };
   const kl_return_t result = static_cast<kl_return_t>(code & ~KL_DIRTY);
   if (result == KL_NOTFOUND) {
-    cells.Free();
+    free_all();
     return v8::Null(isolate);
   }
-  v8::Local<v8::Value> value;
-  const bool made = Shape::ValueOf(isolate, cells, as_buffer).ToLocal(&value);
-  cells.Free();
+  v8::Local<v8::Value> values[sizeof...(Answers)];
+  bool made = true;
+  size_t i = 0;
+  std::apply(
+      [&](auto&... each) {
+        ((made = made && Answers::ValueOf(isolate, each, as_buffer).ToLocal(&values[i++])), ...);
+      },
+      cells);
+  free_all();
   if (!made) return {};
+  v8::Local<v8::Value> value = values[0];
+  if constexpr (sizeof...(Answers) > 1) value = v8::Array::New(isolate, values, sizeof...(Answers));
   if (code == KL_SUCCESS) return value;
   return FailedAnswer(isolate, code, value, failure);
 }
@@ -369,6 +455,35 @@ struct TextPairs {
   static void release(slot& s) { s = slot(); }
 };
 
+// A JavaScript array of numbers as the C array Kind points to (scores as
+// double *, TTLs as size_t const *). The client has checked each number.
+template <class Kind>
+struct NumberList {
+  using CKinds = std::tuple<Kind>;
+  using Number = std::remove_const_t<std::remove_pointer_t<typename Kind::c_type>>;
+  static constexpr const char* text = "array of numbers";
+  struct slot {
+    std::vector<Number> numbers;
+  };
+  static int convert(v8::Isolate* isolate, v8::Local<v8::Value> value, slot& s) {
+    if (!value->IsArray()) return KLRT_TypeError;
+    v8::Local<v8::Array> array = value.As<v8::Array>();
+    v8::Local<v8::Context> context = isolate->GetCurrentContext();
+    s.numbers.resize(array->Length());
+    for (uint32_t i = 0; i < s.numbers.size(); ++i) {
+      v8::Local<v8::Value> item;
+      if (!array->Get(context, i).ToLocal(&item) || !item->IsNumber()) return KLRT_TypeError;
+      s.numbers[i] = static_cast<Number>(item.As<v8::Number>()->Value());
+    }
+    return 0;
+  }
+  template <size_t K>
+  static auto CArg(slot& s) {
+    return static_cast<typename Kind::c_type>(s.numbers.data());
+  }
+  static void release(slot& s) { s = slot(); }
+};
+
 // ---- A command as pieces ------------------------------------------------------------
 
 template <class P>
@@ -403,6 +518,34 @@ struct InputsOf<P, Rest...> {
   using type = typename Prepend<typename InputsOf<Rest...>::type>::type;
 };
 
+// The pieces that are answers, in order.
+template <class... Pieces>
+struct AnswersOf {
+  using type = TypeList<>;
+};
+template <class P, class... Rest>
+struct AnswersOf<P, Rest...> {
+  template <class L>
+  struct Prepend;
+  template <class... K>
+  struct Prepend<TypeList<K...>> {
+    using type = std::conditional_t<AnswerPiece<P>, TypeList<P, K...>, TypeList<K...>>;
+  };
+  using type = typename Prepend<typename AnswersOf<Rest...>::type>::type;
+};
+
+// The cells of a command's answers, and the answer they make.
+template <class Answers>
+struct AnswerCells;
+template <class... A>
+struct AnswerCells<TypeList<A...>> {
+  using type = std::tuple<typename A::Cells...>;
+  static v8::MaybeLocal<v8::Value> Answer(v8::Isolate* isolate, kl_return_t code, type& cells, bool as_buffer,
+                                          const CallFailureText& failure) {
+    return AnswerOf<A...>(isolate, code, cells, as_buffer, failure);
+  }
+};
+
 template <FixedString Name, class Inputs>
 struct ArgumentsOf;
 template <FixedString Name, class... K>
@@ -421,19 +564,15 @@ struct ComposedCommand {
   static constexpr size_t kPieces = sizeof...(Pieces);
   static constexpr bool kIsAnswer[] = {AnswerPiece<Pieces>...};
   static constexpr size_t kSizes[] = {std::tuple_size_v<typename CKindsOf<Pieces>::type>...};
-  static_assert((size_t{AnswerPiece<Pieces>} + ...) == 1, "an answered command has one answer piece");
+  static constexpr size_t kAnswers = (size_t{AnswerPiece<Pieces>} + ...);
+  static_assert(kAnswers >= 1, "an answered command has an answer piece");
   static_assert(SpelledBy<Fn, decltype(std::tuple_cat(std::declval<typename CKindsOf<Pieces>::type>()...))>::value);
 
-  static constexpr size_t AnswerIndex() {
-    for (size_t p = 0; p < kPieces; ++p)
-      if (kIsAnswer[p]) return p;
-    return kPieces;
-  }
-  using Answer = std::tuple_element_t<AnswerIndex(), std::tuple<Pieces...>>;
-  using Cells = typename Answer::Cells;
+  using Answers = AnswerCells<typename AnswersOf<Pieces...>::type>;
+  using Cells = typename Answers::type;
   using Args = typename ArgumentsOf<Name, typename InputsOf<Pieces...>::type>::type;
   using Slots = typename Args::Slots;
-  static constexpr size_t kFlag = kPieces - 1;  // the AsBuffer slot: after every input
+  static constexpr size_t kFlag = kPieces - kAnswers;  // the AsBuffer slot: after every input
   static constexpr size_t kCArgs = (std::tuple_size_v<typename CKindsOf<Pieces>::type> + ...);
 
   // The piece of C argument j, and j's place in it.
@@ -447,11 +586,11 @@ struct ComposedCommand {
     while (j >= kSizes[p]) j -= kSizes[p++];
     return j;
   }
-  // The JavaScript argument (slot) of input piece p.
+  // The JavaScript argument (slot) of input piece p, or the cells of answer piece p.
   static constexpr size_t SlotOf(size_t p) {
     size_t slot = 0;
     for (size_t q = 0; q < p; ++q)
-      if (!kIsAnswer[q]) ++slot;
+      if (kIsAnswer[q] == kIsAnswer[p]) ++slot;
     return slot;
   }
 
@@ -464,7 +603,7 @@ struct ComposedCommand {
 
   static v8::MaybeLocal<v8::Value> Answer_(v8::Isolate* isolate, kl_return_t code, Cells& cells, const Slots& slots,
                                            const CallFailureText& failure) {
-    return AnswerOf<Answer>(isolate, code, cells, std::get<kFlag>(slots).on, failure);
+    return Answers::Answer(isolate, code, cells, std::get<kFlag>(slots).on, failure);
   }
 
  private:
@@ -478,7 +617,7 @@ struct ComposedCommand {
     constexpr size_t k = PlaceIn(J);
     using P = std::tuple_element_t<p, std::tuple<Pieces...>>;
     if constexpr (AnswerPiece<P>) {
-      return cells.template At<k>();
+      return std::get<SlotOf(p)>(cells).template At<k>();
     } else if constexpr (InputPiece<P>) {
       return P::template CArg<k>(std::get<SlotOf(p)>(slots));
     } else {
@@ -528,6 +667,8 @@ struct PipelinedAnsweredWrapper {
   struct Call final : PipelinedCall {
     typename Command::Slots slots{};
     typename Command::Cells cells;
+    // A call dropped before it was settled: the answers that share a count free with it.
+    ~Call() override { ShareCount(cells); }
     void Run() override {
       code = Command::Invoke(slots, cells);
       if (code != KL_SUCCESS) NoteFailure();

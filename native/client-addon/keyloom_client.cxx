@@ -102,9 +102,11 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
       KL_CMD(kl_command, Client, Int, Bytes, Size, Bytes, Size, CharPP, SizeP)
 
 // The commands whose answered forms are declared piece by piece: a list of
-// strings in (TextList, TextPairs) is spelled like output cells, and a
-// char ** alone (kl_type) is no shape of its own, so the pieces say which is
-// which (answered_call.h). Each line must spell the C declaration.
+// strings in (TextList, TextPairs) is spelled like output cells, a char **
+// alone (Text) or a double * (Score) is no shape of its own, some answer
+// twice (ZSCORE: [score, value]) and some have outputs apart that share one
+// count (SMEMBERS with values), so the pieces say which is which
+// (answered_call.h). Each line must spell the C declaration.
 #define KEYLOOM_COMPOSED_COMMANDS                                                              \
   KL_COMPOSED(kl_mget_whole, Client, TextList<CharPP, SizeP>, ManyValues, CharP, Size, Int),   \
       KL_COMPOSED(kl_mdel, Client, TextList<CharPP, SizeP>, Count<IntP>),                      \
@@ -121,7 +123,23 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
                   Count<IntP>, Size),                                                          \
       KL_COMPOSED(kl_sunion_whole, Client, TextList<CharPP, SizeP>, ManyValues, CharP, Size, Int), \
       KL_COMPOSED(kl_sunionstore, Client, CharP, Size, TextList<CharPP, SizeP>, Done, Int, Size),  \
-      KL_COMPOSED(kl_type, Client, CharP, Size, Text)
+      KL_COMPOSED(kl_type, Client, CharP, Size, Text),                                          \
+      KL_COMPOSED(kl_zscore, Client, CharP, Size, CharP, Size, Score, OneValue),                \
+      KL_COMPOSED(kl_zrank, Client, CharP, Size, CharP, Size, Count<UIntP>, ZSetFlags, OneValue), \
+      KL_COMPOSED(kl_zincrby, Client, CharP, Size, CharP, Size, Double, Score, Size),           \
+      KL_COMPOSED(kl_zadddis, Client, CharP, Size, Double, CharP, Size, Double, Text, Size),     \
+      KL_COMPOSED(kl_smembers_whole, Client, CharConstP, Size, ManyValues, CharConstP, Size,      \
+                  SetFlags, ValuesAlongside),                                                  \
+      KL_COMPOSED(kl_zrange_whole, Client, CharP, Size, Int, Int, ManyValues, CharP, Size,        \
+                  ZSetFlags, ScoresAlongside, ValuesAlongside),                                \
+      KL_COMPOSED(kl_zrangebyscore_whole, Client, CharP, Size, Double, Double, ManyValues, CharP, \
+                  Size, ZSetFlags, ScoresAlongside, ValuesAlongside),                          \
+      KL_COMPOSED(kl_zmadd, Client, CharP, Size, NumberList<DoubleP>, TextList<CharPP, SizeP>,   \
+                  Done, Size),                                                                 \
+      KL_COMPOSED(kl_zmaddval, Client, CharP, Size, NumberList<DoubleP>,                        \
+                  TextPairs<CharPP, SizeP, CharPP, SizeP>, Done, Size),                        \
+      KL_COMPOSED(kl_msetex, Client, TextPairs<CharConstPP, SizeConstP, CharConstPP, SizeConstP>, \
+                  NumberList<SizeConstP>, Done)
 
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).

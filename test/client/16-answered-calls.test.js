@@ -28,11 +28,15 @@ test('every command whose outputs are one answer has both answered forms, and on
     'kl_llen', 'kl_hlen', 'kl_dbsize', 'kl_dirty', 'kl_hgetall', 'kl_dgetall_whole', 'kl_dclose_whole',
     // declared piece by piece: lists of strings in
     'kl_mget_whole', 'kl_mdel', 'kl_hmget_whole', 'kl_mhmget_whole', 'kl_hmdel', 'kl_zmrem', 'kl_mset', 'kl_hmset',
-    'kl_dmadd', 'kl_type']) {
+    'kl_dmadd', 'kl_type', 'kl_zscore', 'kl_zrank', 'kl_zincrby', 'kl_zadddis',
+    // outputs apart that share one count
+    'kl_smembers_whole', 'kl_zrange_whole', 'kl_zrangebyscore_whole',
+    // lists of numbers in
+    'kl_zmadd', 'kl_zmaddval', 'kl_msetex']) {
     assert.ok(names.includes(name), name);
   }
-  // No output; a double beside a value; arrays apart that share a count; lists in beside a list of TTLs.
-  for (const name of ['kl_set', 'kl_zscore', 'kl_smembers_whole', 'kl_zrange_whole', 'kl_msetex']) {
+  // No output; one text per server.
+  for (const name of ['kl_set', 'kl_info']) {
     assert.ok(!names.includes(name), name);
   }
 
@@ -103,6 +107,33 @@ test('names with values go in as one array, alternating; a text alone comes back
     { message: "in method 'kl_mset', argument 2 of type 'array of names and values'" });
   assert.equal(own.answered.kl_type(h, 'pair-a', 6, false), 'string');
   assert.equal(own.answered.kl_type(h, 'no-key', 6, false), 'none');
+});
+
+test('a command with two answers gives both, in the order of its declaration', () => {
+  db.zadd('answered-zset', 2.5, 'm');
+  assert.deepEqual(own.answered.kl_zscore(h, 'answered-zset', 13, 'm', 1, false), [2.5, null]);
+  assert.equal(own.answered.kl_zscore(h, 'answered-zset', 13, 'x', 1, false), null);
+  assert.deepEqual(own.answered.kl_zrank(h, 'answered-zset', 13, 'm', 1, kl.ZSET_DEFAULT, false), [0, null]);
+  assert.equal(own.answered.kl_zincrby(h, 'answered-zset', 13, 'm', 1, 1, 0, false), 3.5);
+});
+
+test('outputs apart that share one count come back beside the values they go with', () => {
+  db.zadd('answered-range', 1, 'a');
+  db.zadd('answered-range', 2, 'b');
+  const zrange = own.answered.kl_zrange_whole;
+  assert.deepEqual(zrange(h, 'answered-range', 14, 0, -1, '', 0, kl.ZSET_WITH_SCORES, false), [['a', 'b'], [1, 2], []]);
+  assert.deepEqual(zrange(h, 'answered-range', 14, 0, -1, '', 0, kl.ZSET_DEFAULT, false), [['a', 'b'], [], []]);
+  db.saddval('answered-set', 'm', 'v');
+  assert.deepEqual(own.answered.kl_smembers_whole(h, 'answered-set', 12, '', 0, kl.SET_WITH_VALUES, false), [['m'], ['v']]);
+});
+
+test('a list of numbers goes in as an array of numbers', () => {
+  assert.equal(own.answered.kl_zmadd(h, 'answered-many', 13, [1.5, 2.5], ['a', 'b'], 0, false), true);
+  assert.deepEqual(db.zrange('answered-many', 0, -1, { withScores: true }), [{ member: 'a', score: 1.5 }, { member: 'b', score: 2.5 }]);
+  assert.equal(own.answered.kl_msetex(h, ['ttl-a', 'A'], [100], false), true);
+  assert.ok(db.ttl('ttl-a') > 0);
+  assert.throws(() => own.answered.kl_zmadd(h, 'answered-many', 13, [1, 'x'], ['a', 'b'], 0, false),
+    { message: "in method 'kl_zmadd', argument 4 of type 'array of numbers'" });
 });
 
 test('any other code comes back as the failure record { code, value, kind, server, text }', () => {

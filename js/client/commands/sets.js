@@ -1,7 +1,7 @@
 'use strict';
 // Sets, and sets whose members carry values: SADD, SREM, SMEMBERS, SISMEMBER,
 // the member values and the CIDR lookup, SCARD, SPOP, SUNION(STORE).
-const { kl, codes, text, byteLength, seconds, list, scoped, element, elements, countOf, textList } = require('../support.js');
+const { kl, codes, text, byteLength, seconds, list, textList } = require('../support.js');
 const { $handle, $check, NOTFOUND, resultOf, request, $answered, requestAnswer, isFailureRecord } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const { command, methods, KEY, MEMBER, VALUE, TTL, ROUTE, done, value, count, routeOf } = require('../table.js');
@@ -21,18 +21,11 @@ module.exports = methods({
     const route = routeOf(options, 'smembers');
     const withValues = Boolean(options?.withValues);
     const asBuffer = options?.buffer;
-    return yield* scoped(this, function* smembers(s) {
-      const n = s.count();
-      const m = s.strings(n);
-      const v = s.strings(n);
-      const rc = yield request(kl.kl_smembers_whole, this[$handle], k, byteLength(k), m.arr, n, m.lens, route, byteLength(route),
-        withValues ? kl.SET_WITH_VALUES : kl.SET_DEFAULT, v.arr, v.lens);
-      if (resultOf(rc) === NOTFOUND) return [];
-      this[$check](rc, 'smembers', key);
-      const members = elements(m.arr, m.lens, countOf(n), asBuffer);
-      if (!withValues) return members;
-      return members.map((member, i) => ({ member, value: element(v.arr, v.lens, i, asBuffer) }));
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_smembers_whole'), this[$handle], k, byteLength(k),
+      route, byteLength(route), withValues ? kl.SET_WITH_VALUES : kl.SET_DEFAULT, asBuffer === true);
+    const [members, values] = this[$answered](answer, 'smembers', key) ?? [[], []];
+    if (!withValues) return members;
+    return members.map((member, i) => ({ member, value: values[i] ?? null }));
   },
 
   sismember: command('kl_sismember', [KEY, MEMBER], done(NOTFOUND, codes.KL_NO_SET_KEY)),

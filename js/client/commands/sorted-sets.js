@@ -2,8 +2,8 @@
 // Sorted sets, and sorted sets whose members carry values: ZADD and its
 // bounded forms, ZREM, ranges by rank and score, ZSCORE, ZRANK, ZCARD, ZCOUNT,
 // ZINCRBY, removal by score and rank.
-const { kl, codes, text, byteLength, seconds, integer, number, decode, scoped, element, elements, countOf, textList } = require('../support.js');
-const { $handle, $status, $check, NOTFOUND, resultOf, request, $answered, requestAnswer } = require('../core.js');
+const { kl, codes, text, byteLength, seconds, integer, number, textList, textPairs } = require('../support.js');
+const { $handle, $status, request, $answered, requestAnswer } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const {
   command, methods, KEY, MEMBER, VALUE, integerOf, numberOf, TTL, done, count, routeOf,
@@ -12,29 +12,24 @@ const { removeEach } = require('../repeat.js');
 
 const removeOne = removeEach('kl_zrem', 'zrem');
 
-// ZRANGE and ZRANGEBYSCORE: members, or { member, score?, value? } entries.
-function* range(client, command, key, options, call) {
+// ZRANGE and ZRANGEBYSCORE (library function fnName, bounds a and b):
+// members, or { member, score?, value? } entries.
+function* range(client, command, fnName, key, a, b, options) {
   const k = text(key, 'key', command);
   const route = routeOf(options, command);
   const withScores = Boolean(options?.withScores);
   const withValues = Boolean(options?.withValues);
   const flags = (withScores ? kl.ZSET_WITH_SCORES : 0) | (withValues ? kl.ZSET_WITH_VALUES : 0) |
     (options?.reverse ? kl.ZSET_REVERSE : 0);
-  const asBuffer = options?.buffer;
-  return yield* scoped(client, function* zsetRange(s) {
-    const n = s.count();
-    const out = { count: n, m: s.strings(n), scores: s.doubles(), v: s.strings(n) };
-    const rc = yield call(k, byteLength(k), out, route, byteLength(route), flags);
-    if (resultOf(rc) === NOTFOUND) return [];
-    client[$check](rc, command, key);
-    const members = elements(out.m.arr, out.m.lens, countOf(n), asBuffer);
-    if (!withScores && !withValues) return members;
-    return members.map((member, i) => {
-      const entry = { member };
-      if (withScores) entry.score = kl.doublepp_index_value(out.scores, i);
-      if (withValues) entry.value = element(out.v.arr, out.v.lens, i, asBuffer);
-      return entry;
-    });
+  const answer = yield requestAnswer(answeredFunction(fnName), client[$handle], k, byteLength(k), a, b,
+    route, byteLength(route), flags, options?.buffer === true);
+  const [members, scores, values] = client[$answered](answer, command, key) ?? [[], [], []];
+  if (!withScores && !withValues) return members;
+  return members.map((member, i) => {
+    const entry = { member };
+    if (withScores) entry.score = scores[i];
+    if (withValues) entry.value = values[i] ?? null;
+    return entry;
   });
 }
 
@@ -42,19 +37,13 @@ function* addMany(client, k, key, entries, options) {
   if (entries.length === 0) return true;
   const ttl = seconds(options?.ttl, 'ttl', 'zadd');
   const withValues = entries.some((e) => e.value !== undefined);
-  return yield* scoped(client, function* zadd(s) {
-    const scores = s.numbers(entries.map((e) => e.score), 'score', 'zadd');
-    const members = s.texts(entries.map((e) => e.member), 'member', 'zadd');
-    let rc;
-    if (withValues) {
-      const values = s.texts(entries.map((e) => e.value ?? ''), 'value', 'zadd');
-      rc = yield request(kl.kl_zmaddval, client[$handle], k, byteLength(k), scores, members.arr, members.n, members.lens,
-        values.arr, values.lens, ttl);
-    } else {
-      rc = yield request(kl.kl_zmadd, client[$handle], k, byteLength(k), scores, members.arr, members.n, members.lens, ttl);
-    }
-    return client[$status](rc, 'zadd', key);
-  });
+  const scores = entries.map((e) => number(e.score, 'score', 'zadd'));
+  const done = yield (withValues
+    ? requestAnswer(answeredFunction('kl_zmaddval'), client[$handle], k, byteLength(k), scores,
+      textPairs(entries.map((e) => [e.member, e.value ?? '']), 'member', 'value', 'zadd'), ttl, false)
+    : requestAnswer(answeredFunction('kl_zmadd'), client[$handle], k, byteLength(k), scores,
+      textList(entries.map((e) => e.member), 'member', 'zadd'), ttl, false));
+  return client[$answered](done, 'zadd', key);
 }
 
 module.exports = methods({
@@ -94,11 +83,9 @@ module.exports = methods({
     const ttl = seconds(options?.ttl, 'ttl', 'zadddis');
     const sc = number(score, 'score', 'zadddis');
     const d = number(distance, 'distance', 'zadddis');
-    return yield* scoped(this, function* zadddis(s) {
-      const o = s.value();
-      this[$check](yield request(kl.kl_zadddis, this[$handle], k, byteLength(k), sc, m, byteLength(m), d, o.v, ttl), 'zadddis', key);
-      return decode(kl.charpp_value_raw(o.v, o.n), options?.buffer);
-    });
+    const removed = yield requestAnswer(answeredFunction('kl_zadddis'), this[$handle], k, byteLength(k), sc, m, byteLength(m),
+      d, ttl, options?.buffer === true);
+    return this[$answered](removed, 'zadddis', key);
   },
 
   /** ZREM: for one member true/false, for an array how many were present. */
@@ -118,49 +105,36 @@ module.exports = methods({
   * zrange(key, start = 0, stop = -1, options) {
     const a = integer(start, 'start', 'zrange');
     const b = integer(stop, 'stop', 'zrange');
-    return yield* range(this, 'zrange', key, options, (k, kn, out, route, rn, flags) =>
-      request(kl.kl_zrange_whole, this[$handle], k, kn, a, b, out.m.arr, out.count, out.m.lens, route, rn, flags,
-        out.scores, out.v.arr, out.v.lens));
+    return yield* range(this, 'zrange', 'kl_zrange_whole', key, a, b, options);
   },
 
   /** ZRANGEBYSCORE min max (reverse keeps min and max as they are); options as zrange. */
   * zrangebyscore(key, min = -Infinity, max = Infinity, options) {
     const lo = number(min, 'min', 'zrangebyscore');
     const hi = number(max, 'max', 'zrangebyscore');
-    return yield* range(this, 'zrangebyscore', key, options, (k, kn, out, route, rn, flags) =>
-      request(kl.kl_zrangebyscore_whole, this[$handle], k, kn, lo, hi, out.m.arr, out.count, out.m.lens, route, rn, flags,
-        out.scores, out.v.arr, out.v.lens));
+    return yield* range(this, 'zrangebyscore', 'kl_zrangebyscore_whole', key, lo, hi, options);
   },
 
   /** ZSCORE: the score or null; with options.withValue, { score, value } or null. */
   * zscore(key, member, options) {
     const k = text(key, 'key', 'zscore');
     const m = text(member, 'member', 'zscore');
-    return yield* scoped(this, function* zscore(s) {
-      const score = s.double();
-      const o = s.value();
-      const rc = yield request(kl.kl_zscore, this[$handle], k, byteLength(k), m, byteLength(m), score, o.v, o.n);
-      if (resultOf(rc) === NOTFOUND) return null;
-      this[$check](rc, 'zscore', key);
-      const sc = kl.doublep_value(score);
-      if (!options?.withValue) return sc;
-      return { score: sc, value: decode(kl.charpp_value_raw(o.v, o.n), options.buffer) };
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_zscore'), this[$handle], k, byteLength(k), m, byteLength(m),
+      options?.buffer === true);
+    const both = this[$answered](answer, 'zscore', key);
+    if (both === null) return null;
+    const [score, value] = both;
+    return options?.withValue ? { score, value } : score;
   },
 
   /** ZRANK (ZREVRANK with options.reverse): the rank or null. */
   * zrank(key, member, options) {
     const k = text(key, 'key', 'zrank');
     const m = text(member, 'member', 'zrank');
-    return yield* scoped(this, function* zrank(s) {
-      const rank = s.uint();
-      const o = s.value();
-      const rc = yield request(kl.kl_zrank, this[$handle], k, byteLength(k), m, byteLength(m), rank,
-        options?.reverse ? kl.ZSET_REVERSE : kl.ZSET_DEFAULT, o.v, o.n);
-      if (resultOf(rc) === NOTFOUND) return null;
-      this[$check](rc, 'zrank', key);
-      return kl.uintp_value(rank) >>> 0;
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_zrank'), this[$handle], k, byteLength(k), m, byteLength(m),
+      options?.reverse ? kl.ZSET_REVERSE : kl.ZSET_DEFAULT, false);
+    const both = this[$answered](answer, 'zrank', key);
+    return both === null ? null : both[0];
   },
 
   zcard: command('kl_zcard', [KEY], count()),
@@ -172,11 +146,9 @@ module.exports = methods({
     const m = text(member, 'member', 'zincrby');
     const by = number(increment, 'increment', 'zincrby');
     const ttl = seconds(options?.ttl, 'ttl', 'zincrby');
-    return yield* scoped(this, function* zincrby(s) {
-      const score = s.double();
-      this[$check](yield request(kl.kl_zincrby, this[$handle], k, byteLength(k), m, byteLength(m), by, score, ttl), 'zincrby', key);
-      return kl.doublep_value(score);
-    });
+    const score = yield requestAnswer(answeredFunction('kl_zincrby'), this[$handle], k, byteLength(k), m, byteLength(m), by,
+      ttl, false);
+    return this[$answered](score, 'zincrby', key);
   },
 
   zremrangebyscore: command('kl_zremrangebyscore', [KEY, numberOf('min'), numberOf('max')], count()),

@@ -1,7 +1,7 @@
 'use strict';
 // Strings and counters: GET, SET and its conditional forms, APPEND, GETSET,
 // MGET/MSET over every shard, INCR/DECR.
-const { kl, codes, text, byteLength, seconds, pairs, list, scoped, textList, textPairs } = require('../support.js');
+const { kl, codes, text, byteLength, seconds, pairs, list, textList, textPairs } = require('../support.js');
 const { $handle, $status, NOTFOUND, resultOf, request, $answered, requestAnswer, isFailureRecord } = require('../core.js');
 const { own, answeredFunction } = require('../native.js');
 const {
@@ -83,17 +83,11 @@ module.exports = methods({
     const all = pairs(entries, 'entries', 'mset');
     if (all.length === 0) return true;
     const ttl = seconds(options?.ttl, 'ttl', 'mset');
-    if (ttl === 0) {
-      const done = yield requestAnswer(answeredFunction('kl_mset'), this[$handle], textPairs(all, 'key', 'value', 'mset'), false);
-      return this[$answered](done, 'mset');
-    }
-    return yield* scoped(this, function* msetex(s) {
-      const keys = s.texts(all.map((p) => p[0]), 'key', 'mset');
-      const values = s.texts(all.map((p) => p[1]), 'value', 'mset');
-      const rc = yield request(kl.kl_msetex, this[$handle], keys.arr, keys.n, keys.lens, values.arr, values.lens,
-        s.sizes(all.map(() => ttl)));
-      return this[$status](rc, 'mset');
-    });
+    const flat = textPairs(all, 'key', 'value', 'mset');
+    const done = yield (ttl === 0
+      ? requestAnswer(answeredFunction('kl_mset'), this[$handle], flat, false)
+      : requestAnswer(answeredFunction('kl_msetex'), this[$handle], flat, all.map(() => ttl), false));
+    return this[$answered](done, 'mset');
   },
 
   // The counters, as wide as the server's (64-bit): the new value, a Number, or a
