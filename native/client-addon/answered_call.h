@@ -1,18 +1,19 @@
 // Answered calls: a library command called so that the JavaScript value of
 // its answer comes back in one crossing: one value (a string or Buffer),
-// several values (an array of them), names with values, or a count (a
-// Number). The output cells live in the native frame (or in the pipelined
-// call), the value is made of them and the library's copies are given back
-// right away: no cell, reader or release call reaches JavaScript.
+// several values (an array of them), names with values, a count or a score
+// (a Number), a text, or true for a command that answers with its code alone.
+// The output cells live in the native frame (or in the pipelined call), the
+// value is made of them and the library's copies are given back right away:
+// no cell, reader or release call reaches JavaScript.
 //
 // A command is laid out as pieces: plain argument kinds (one JavaScript
 // argument, one C argument), input pieces (one JavaScript argument, several C
-// arguments: a list of strings) and one answer piece (its output cells, no
-// JavaScript argument). The JavaScript arguments are the inputs in order, then
-// one more: true for Buffers. What comes back (or what the Promise of the
-// pipelined form settles with):
-//   the value                                     the call succeeded
-//   null                                          KL_NOTFOUND
+// arguments: a list of strings or of numbers) and answer pieces (their output
+// cells, no JavaScript argument). The JavaScript arguments are the inputs in
+// order, then one more: true for Buffers. What comes back (or what the
+// Promise of the pipelined form settles with):
+//   the value (an array of the values of several answer pieces)   success
+//   null                                                           KL_NOTFOUND
 //   { code, value or null, kind, server, text }   any other code: the failure
 //        record, an object without a prototype (no answer value is one)
 // Commands whose only outputs are the cells of one answer shape get their
