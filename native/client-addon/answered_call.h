@@ -503,36 +503,21 @@ struct CKindsOf<P> {
   using type = typename P::CKinds;
 };
 
-// The pieces that take a JavaScript argument, in order.
-template <class... Pieces>
-struct InputsOf {
+// The pieces that are answers (Answers true), or that take a JavaScript
+// argument (false), in order.
+template <bool Answers, class... Pieces>
+struct PiecesWhere {
   using type = TypeList<>;
 };
-template <class P, class... Rest>
-struct InputsOf<P, Rest...> {
+template <bool Answers, class P, class... Rest>
+struct PiecesWhere<Answers, P, Rest...> {
   template <class L>
   struct Prepend;
   template <class... K>
   struct Prepend<TypeList<K...>> {
-    using type = std::conditional_t<AnswerPiece<P>, TypeList<K...>, TypeList<P, K...>>;
+    using type = std::conditional_t<AnswerPiece<P> == Answers, TypeList<P, K...>, TypeList<K...>>;
   };
-  using type = typename Prepend<typename InputsOf<Rest...>::type>::type;
-};
-
-// The pieces that are answers, in order.
-template <class... Pieces>
-struct AnswersOf {
-  using type = TypeList<>;
-};
-template <class P, class... Rest>
-struct AnswersOf<P, Rest...> {
-  template <class L>
-  struct Prepend;
-  template <class... K>
-  struct Prepend<TypeList<K...>> {
-    using type = std::conditional_t<AnswerPiece<P>, TypeList<P, K...>, TypeList<K...>>;
-  };
-  using type = typename Prepend<typename AnswersOf<Rest...>::type>::type;
+  using type = typename Prepend<typename PiecesWhere<Answers, Rest...>::type>::type;
 };
 
 // The cells of a command's answers, and the answer they make.
@@ -569,9 +554,9 @@ struct ComposedCommand {
   static_assert(kAnswers >= 1, "an answered command has an answer piece");
   static_assert(SpelledBy<Fn, decltype(std::tuple_cat(std::declval<typename CKindsOf<Pieces>::type>()...))>::value);
 
-  using Answers = AnswerCells<typename AnswersOf<Pieces...>::type>;
+  using Answers = AnswerCells<typename PiecesWhere<true, Pieces...>::type>;
   using Cells = typename Answers::type;
-  using Args = typename ArgumentsOf<Name, typename InputsOf<Pieces...>::type>::type;
+  using Args = typename ArgumentsOf<Name, typename PiecesWhere<false, Pieces...>::type>::type;
   using Slots = typename Args::Slots;
   static constexpr size_t kFlag = kPieces - kAnswers;  // the AsBuffer slot: after every input
   static constexpr size_t kCArgs = (std::tuple_size_v<typename CKindsOf<Pieces>::type> + ...);
