@@ -8,8 +8,9 @@
 // simple command's one line into its method; commands/ holds one file per
 // family, whose methods are put on KeyloomClient's prototype here (and on
 // the promise client's in promises.js); options.js is createClient;
-// support.js the conversions and the Scope that owns what a command
-// allocates. Everything goes through the exact layer (js/exact).
+// support.js the conversions of arguments. Commands call the answered forms
+// of keyloom_client.node (one crossing, the value back) or the exact layer's
+// exports (js/exact) for those that answer with their code alone.
 const { kl, codes, KeyloomError } = require('./support.js');
 const { KeyloomClient, runNow } = require('./core.js');
 const { createClient } = require('./options.js');

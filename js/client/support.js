@@ -1,8 +1,7 @@
 'use strict';
-// The pieces of the idiomatic client that are not commands: the error type, the
-// text and byte conversions at the JavaScript edge, option parsing, and Scope,
-// which owns every cell, array and reply that one command makes and releases
-// them all when the command ends, however it ends.
+// The pieces of the idiomatic client that are not commands: the error type and
+// the text and number conversions at the JavaScript edge (each with the
+// TypeError that names the command and the argument).
 const { isUtf8 } = require('node:buffer');
 
 const kl = require('../exact/index.js');
@@ -161,7 +160,7 @@ function number(value, what, command) {
   return value;
 }
 
-// ---- What the readers give back to JavaScript values --------------------------
+// ---- Answers to JavaScript values ----------------------------------------------
 
 /** Sets object[name], a field named "__proto__" included (as an own property). */
 function assign(object, name, value) {
@@ -172,116 +171,9 @@ function assign(object, name, value) {
   }
 }
 
-/**
- * The readers hand back one character per byte (latin1). The caller gets the
- * UTF-8 decoding of those bytes, or the bytes themselves as a Buffer.
- */
-function decode(latin1, asBuffer) {
-  if (latin1 === null || latin1 === undefined) return null;
-  if (asBuffer) return Buffer.from(latin1, 'latin1');
-  // Every character below 0x80 (each takes one UTF-8 byte): the text is ASCII
-  // and already its own decoding. Measuring is several times faster than a
-  // regular expression over the string.
-  if (Buffer.byteLength(latin1, 'utf8') === latin1.length) return latin1;
-  return Buffer.from(latin1, 'latin1').toString('utf8');
-}
-
-// ---- Scope: everything one command allocates, released in reverse order -------
-
-const SIZE_MAX_LOW = -1; // ulongp_value of SIZE_MAX: only the low 32 bits come back
-
-/**
- * Owns the cells, arrays and replies of one command. Every maker registers its
- * release right away, so that close() (called from a finally) gives everything
- * back on every path, exceptions included. Replies are released before the cell
- * that holds them (reverse order of registration).
- */
-class Scope {
-  constructor() {
-    this.releases = [];
-  }
-
-  // release(a) or release(a, b): the addon checks the exact number of arguments.
-  add(release, a, b) {
-    this.releases.push(release, a, b, arguments.length - 1);
-  }
-
-  close() {
-    const r = this.releases;
-    let failure = null;
-    for (let i = r.length - 4; i >= 0; i -= 4) {
-      try {
-        if (r[i + 3] === 2) r[i](r[i + 1], r[i + 2]);
-        else r[i](r[i + 1]);
-      } catch (err) {
-        failure ??= err;
-      }
-    }
-    r.length = 0;
-    if (failure) throw failure;
-  }
-
-  // A size_t count cell.
-  count() {
-    const c = kl.new_ulongp();
-    this.add(kl.delete_ulongp, c);
-    return c;
-  }
-
-  // A multi-value reply whose element count the library stores in `count`: a
-  // char *** cell and a size_t ** cell of lengths.
-  strings(count) {
-    const arr = kl.new_charppp();
-    this.add(kl.delete_charppp, arr);
-    this.add(releaseStrings, arr, count);
-    const lens = kl.new_ulongpp();
-    this.add(kl.delete_ulongpp, lens);
-    this.add(releaseLengths, lens);
-    return { arr, lens };
-  }
-}
-
-function releaseStrings(arr, count) {
-  const n = count ? kl.ulongp_value(count) : 0;
-  kl.kl_free_php_reply_pp(arr, n > 0 ? n : 0);
-}
-
-function releaseLengths(lens) {
-  kl.kl_free_php_reply_p(kl.ulongpp_to_charpp(lens));
-}
-
-/**
- * Runs the generator function body (with `self` as this) with a fresh Scope,
- * and releases the scope however it ends. Used with yield* inside a command.
- */
-function* scoped(self, body) {
-  const scope = new Scope();
-  try {
-    return yield* body.call(self, scope);
-  } finally {
-    scope.close();
-  }
-}
-
-/** Element i of a multi-value reply, as a string or Buffer (null for a missing one). */
-function element(arr, lens, i, asBuffer) {
-  return decode(kl.charppp_value_raw(arr, lens, i), asBuffer);
-}
-
-function elements(arr, lens, n, asBuffer) {
-  const out = new Array(n);
-  for (let i = 0; i < n; i++) out[i] = element(arr, lens, i, asBuffer);
-  return out;
-}
-
-/** The count a size_t cell holds (counts stay far below 2^31). */
-function countOf(cell) {
-  const n = kl.ulongp_value(cell);
-  return n === SIZE_MAX_LOW ? 0 : n;
-}
-
 module.exports = {
-  textList, textPairs,
+  textList,
+  textPairs,
   kl,
   codes,
   DIRTY,
@@ -297,10 +189,5 @@ module.exports = {
   INT64_MIN,
   INT64_MAX,
   number,
-  decode,
   assign,
-  scoped,
-  element,
-  elements,
-  countOf,
 };

@@ -77,6 +77,17 @@ v8::MaybeLocal<v8::Value> ScoresAlongside::ValueOf(v8::Isolate* isolate, const C
   return v8::Array::New(isolate, scores.data(), count);
 }
 
+v8::MaybeLocal<v8::Value> CountedValues::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
+  v8::Local<v8::Value> parts[2];
+  if (!ArrayOf(isolate, cells.values, cells.lengths, cells.Count(), as_buffer).ToLocal(&parts[0])) return {};
+  parts[1] = v8::Number::New(isolate, static_cast<double>(cells.count == SIZE_MAX ? 0 : cells.count));
+  return v8::Array::New(isolate, parts, 2);
+}
+
+v8::MaybeLocal<v8::Value> TextsToNull::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
+  return ArrayOf(isolate, cells.texts, nullptr, cells.Length(), as_buffer);
+}
+
 v8::MaybeLocal<v8::Value> ManyValues::ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer) {
   return ArrayOf(isolate, cells.values, cells.lengths, cells.Count(), as_buffer);
 }

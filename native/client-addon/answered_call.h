@@ -203,6 +203,41 @@ struct ScoresAlongside {
   static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
 };
 
+// Several values and their count, for a command whose count may come
+// without values (SORT with STORE: the stored list's length):
+// (char ***values, size_t *count, size_t **lengths) as [values, count].
+struct CountedValues {
+  using CKinds = ManyValues::CKinds;
+  struct Cells : ManyValues::Cells {};
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
+};
+
+// A NULL-terminated array of NUL-terminated texts through a char *** cell
+// alone (INFO: one per server), as an array of strings.
+struct TextsToNull {
+  using CKinds = std::tuple<CharPPP>;
+  struct Cells {
+    char** texts = nullptr;
+    Cells() = default;
+    Cells(const Cells&) = delete;
+    Cells& operator=(const Cells&) = delete;
+    ~Cells() { Free(); }
+    size_t Length() const {
+      size_t n = 0;
+      while (texts && texts[n]) ++n;
+      return n;
+    }
+    void Free() {
+      if (texts) kl_free_php_reply_pp(&texts, static_cast<unsigned>(Length()));
+    }
+    template <size_t K>
+    auto At() {
+      return &texts;
+    }
+  };
+  static v8::MaybeLocal<v8::Value> ValueOf(v8::Isolate* isolate, const Cells& cells, bool as_buffer);
+};
+
 // No output: true. For a declared command whose only answer is its code.
 struct Done {
   using CKinds = std::tuple<>;

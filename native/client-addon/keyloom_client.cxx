@@ -106,7 +106,9 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
 // alone (Text) or a double * (Score) is no shape of its own, some answer
 // twice (ZSCORE: [score, value]) and some have outputs apart that share one
 // count (SMEMBERS with values), so the pieces say which is which
-// (answered_call.h). Each line must spell the C declaration.
+// (answered_call.h). Each line must spell the C declaration. A line here
+// replaces the form found in the kinds of the same command (kl_sort_whole,
+// whose count comes without values when it stores).
 #define KEYLOOM_COMPOSED_COMMANDS                                                              \
   KL_COMPOSED(kl_mget_whole, Client, TextList<CharPP, SizeP>, ManyValues, CharP, Size, Int),   \
       KL_COMPOSED(kl_mdel, Client, TextList<CharPP, SizeP>, Count<IntP>),                      \
@@ -139,7 +141,10 @@ void pipeline_timeout(kl_client* client, unsigned ms) {
       KL_COMPOSED(kl_zmaddval, Client, CharP, Size, NumberList<DoubleP>,                        \
                   TextPairs<CharPP, SizeP, CharPP, SizeP>, Done, Size),                        \
       KL_COMPOSED(kl_msetex, Client, TextPairs<CharConstPP, SizeConstP, CharConstPP, SizeConstP>, \
-                  NumberList<SizeConstP>, Done)
+                  NumberList<SizeConstP>, Done),                                               \
+      KL_COMPOSED(kl_sort_whole, Client, CountedValues, CharP, Size, CharP, Size, Size, CharP,   \
+                  Int, Int, CharP, CharP, CharP, CharP, CharP, CharP),                         \
+      KL_COMPOSED(kl_info, Client, TextsToNull, CharConstP, RetPP)
 
 // The functions, one line each: KL_CMD(C function, argument kinds...) or
 // KL_EXPORT(exported name, C function, result kind, argument kinds...).

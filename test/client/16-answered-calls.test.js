@@ -32,11 +32,13 @@ test('every command whose outputs are one answer has both answered forms, and on
     // outputs apart that share one count
     'kl_smembers_whole', 'kl_zrange_whole', 'kl_zrangebyscore_whole',
     // lists of numbers in
-    'kl_zmadd', 'kl_zmaddval', 'kl_msetex']) {
+    'kl_zmadd', 'kl_zmaddval', 'kl_msetex',
+    // a count without values (SORT with STORE), one text per server
+    'kl_sort_whole', 'kl_info']) {
     assert.ok(names.includes(name), name);
   }
-  // No output; one text per server.
-  for (const name of ['kl_set', 'kl_info']) {
+  // No output; functions that are not commands.
+  for (const name of ['kl_set', 'kl_get_version', 'kl_strerror']) {
     assert.ok(!names.includes(name), name);
   }
 
@@ -134,6 +136,15 @@ test('a list of numbers goes in as an array of numbers', () => {
   assert.ok(db.ttl('ttl-a') > 0);
   assert.throws(() => own.answered.kl_zmadd(h, 'answered-many', 13, [1, 'x'], ['a', 'b'], 0, false),
     { message: "in method 'kl_zmadd', argument 4 of type 'array of numbers'" });
+});
+
+test('SORT answers [values, count]; INFO one text per server', () => {
+  db.rpush('answered-sort', ['3', '1', '2']);
+  const sort = own.answered.kl_sort_whole;
+  assert.deepEqual(sort(h, 'answered-sort', 13, '', 0, 0, '', 0, 0, '', '', '', '', '', '', false), [['1', '2', '3'], 3]);
+  assert.deepEqual(sort(h, 'answered-sort', 13, '', 0, 0, '', 0, 0, '', '', '', '', '', 'sorted-copy', false), [[], 3]);
+  const [info] = own.answered.kl_info(h, '', null, false);
+  assert.match(info, /redis_version:/);
 });
 
 test('any other code comes back as the failure record { code, value, kind, server, text }', () => {

@@ -1,8 +1,8 @@
 'use strict';
 // Server administration, on every server of every group or of one group:
 // DBSIZE, FLUSHDB/FLUSHALL, SAVE/BGSAVE, INFO, CONFIG GET/SET.
-const { kl, text, byteLength, decode, scoped, assign } = require('../support.js');
-const { $handle, $status, $check, $answered, request, requestAnswer } = require('../core.js');
+const { kl, text, byteLength, assign } = require('../support.js');
+const { $handle, $status, $answered, request, requestAnswer } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const { command, methods, GROUP, done, count, groupOf, NULL_STRING } = require('../table.js');
 
@@ -22,25 +22,7 @@ module.exports = methods({
   /** INFO: one text per server addressed, in group and server order. */
   * info(options) {
     const group = groupOf(options, 'info');
-    return yield* scoped(this, function* info(s) {
-      const arr = kl.new_charppp();
-      s.add(kl.delete_charppp, arr);
-      const seen = { n: 0 };
-      s.add((cell, counted) => kl.kl_free_php_reply_pp(cell, counted.n), arr, seen);
-      const rc = yield request(kl.kl_info, this[$handle], arr, group, null);
-      // A null-terminated array of NUL-terminated texts, handed over on a
-      // partial result too: every text is counted before the code is checked,
-      // so that the scope frees them all whatever the code.
-      const out = [];
-      for (;;) {
-        const t = kl.charppp_value_raw(arr, null, seen.n);
-        if (t === null) break;
-        out.push(decode(t, false));
-        seen.n++;
-      }
-      this[$check](rc, 'info');
-      return out;
-    });
+    return this[$answered](yield requestAnswer(answeredFunction('kl_info'), this[$handle], group, null, false), 'info') ?? [];
   },
 
   /** CONFIG GET: { name: value } (options.server 'host:port' narrows it to one server). */

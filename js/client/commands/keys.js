@@ -1,8 +1,8 @@
 'use strict';
 // Commands on keys of any type: DEL, EXISTS, EXPIRE/PERSIST/TTL, TYPE,
 // RENAME, KEYS, RANDOMKEY, MOVE, SORT, and the repair of a dirty key.
-const { kl, codes, text, byteLength, seconds, integer, scoped, elements, countOf, textList } = require('../support.js');
-const { $handle, $status, $check, $answered, $sharded, NOTFOUND, request, requestAnswer } = require('../core.js');
+const { kl, codes, text, byteLength, seconds, integer, textList } = require('../support.js');
+const { $handle, $status, $answered, $sharded, NOTFOUND, request, requestAnswer } = require('../core.js');
 const { answeredFunction } = require('../native.js');
 const {
   command, methods, subcommand, KEY, textOf, integerOf, secondsOf, done, value, wide, routeOf, NULL_STRING,
@@ -77,15 +77,11 @@ module.exports = methods({
         "patterns and STORE name keys that may live elsewhere: write those keys with { route: '<the sorted key>' } " +
         'and give sort the same route, or sort without them');
     }
-    return yield* scoped(this, function* sort(s) {
-      const n = s.count();
-      const o = s.strings(n);
-      const rc = yield request(kl.kl_sort_whole, this[$handle], o.arr, n, o.lens, k, byteLength(k), by, byteLength(by), offset,
-        route, limitCount, options.desc ? 1 : 0, gets[0], gets[1], gets[2], gets[3], options.alpha ? 'ALPHA' : '', store);
-      this[$check](rc, 'sort', key);
-      if (store) return countOf(n);
-      return elements(o.arr, o.lens, countOf(n), options.buffer);
-    });
+    const answer = yield requestAnswer(answeredFunction('kl_sort_whole'), this[$handle], k, byteLength(k), by, byteLength(by),
+      offset, route, limitCount, options.desc ? 1 : 0, gets[0], gets[1], gets[2], gets[3], options.alpha ? 'ALPHA' : '',
+      store, options.buffer === true);
+    const [values, count] = this[$answered](answer, 'sort', key) ?? [[], 0];
+    return store ? count : values;
   },
 
   /**
