@@ -18,7 +18,7 @@ function libraryFunction(name) {
 function answeredFunction(name) {
   const fn = own.answered[name];
   if (typeof fn !== 'function') {
-    throw new Error(`keyloom: ${name} has no answered form (its outputs must be one value, several values or a count)`);
+    throw new Error(`keyloom: ${name} has no answered form (neither its kinds nor a composed line in keyloom_client.cxx give it one)`);
   }
   return fn;
 }

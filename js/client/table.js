@@ -12,10 +12,10 @@
 // calls the command's answered form, which keeps the cells natively and gives
 // the value back: the method passes the arguments and options alone.
 const {
-  kl, text, byteLength, seconds, integer, number, wideInteger, decodeInteger, INT64_MIN, INT64_MAX,
+  text, byteLength, seconds, integer, number, wideInteger, decodeInteger, INT64_MIN, INT64_MAX,
 } = require('./support.js');
 const { own, libraryFunction, answeredFunction } = require('./native.js');
-const { $handle, $status, $answered, $check, request, requestAnswer } = require('./core.js');
+const { $handle, $status, $answered, request, requestAnswer } = require('./core.js');
 
 const NULL_STRING = '_NL_'; // the addon's null-string sentinel (keys, flushall)
 

@@ -622,7 +622,7 @@ struct ComposedCommand {
     return InvokeWith(slots, cells, std::make_index_sequence<kCArgs>{});
   }
 
-  static v8::MaybeLocal<v8::Value> Answer_(v8::Isolate* isolate, kl_return_t code, Cells& cells, const Slots& slots,
+  static v8::MaybeLocal<v8::Value> MakeAnswer(v8::Isolate* isolate, kl_return_t code, Cells& cells, const Slots& slots,
                                            const CallFailureText& failure) {
     return Answers::Answer(isolate, code, cells, std::get<kFlag>(slots).on, failure);
   }
@@ -674,7 +674,7 @@ struct AnsweredWrapper {
     CallFailureText failure;
     if (code != KL_SUCCESS) failure.ReadFrom(Command::ClientOf(slots));
     v8::Local<v8::Value> answer;
-    if (Command::Answer_(info.GetIsolate(), code, cells, slots, failure).ToLocal(&answer)) {
+    if (Command::MakeAnswer(info.GetIsolate(), code, cells, slots, failure).ToLocal(&answer)) {
       info.GetReturnValue().Set(answer);
     }
   }
@@ -698,7 +698,7 @@ struct PipelinedAnsweredWrapper {
     v8::Local<v8::Value> Result(v8::Isolate* isolate) override {
       v8::TryCatch caught(isolate);
       v8::Local<v8::Value> answer;
-      if (Command::Answer_(isolate, code, cells, slots, failure).ToLocal(&answer)) return answer;
+      if (Command::MakeAnswer(isolate, code, cells, slots, failure).ToLocal(&answer)) return answer;
       return caught.Exception();
     }
   };
