@@ -177,11 +177,18 @@ function limitsFor(w, o) {
   return { durationMs: o.duration, maxOps: 1e7, warmupOps: Math.max(20, Math.ceil(o.warmup / Math.sqrt(perCall))) };
 }
 
+// Clients share the servers' CPU, unless the workload gives them one of
+// their own (and the machine has one to give).
+function clientCpu(w, o) {
+  if (!w.ownCpu || os.availableParallelism() < 2) return o.cpu;
+  return o.cpu === 0 ? 1 : 0;
+}
+
 async function runOne(c, w, ctx) {
   const limits = limitsFor(w, ctx.o);
   const ports = ctx.servers.slice(0, w.servers).map((s) => s.port);
   const timeout = limits.durationMs + 60000;
-  const pin = ['-c', String(ctx.o.cpu)];
+  const pin = ['-c', String(clientCpu(w, ctx.o))];
   if (c.runner === 'c') {
     return spawnJson('taskset', [...pin, path.join(ctx.paths.benchDir, 'hiredis_limit'), ...cArgs(w, ports, limits, c)], timeout);
   }

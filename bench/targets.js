@@ -83,7 +83,7 @@ function targets() {
       ['inflight-get-100', 'keyloom promises'], ['inflight-get-100', 'hiredis pipelined (C)'], '>=', 0.35, REASON.many),
     ratioTarget('T13', '1 GET in flight: promise client >= 0.9x the synchronous client',
       ['inflight-get-1', 'keyloom promises'], ['inflight-get-1', 'keyloom client'], '>=', 0.9, REASON.engine),
-    ratioTarget('T14', 'mixed commands, 100 in flight: promise client over 4 servers >= over 1 server',
+    ratioTarget('T14', 'mixed commands, 100 in flight, client on its own CPU: promise client over 4 servers >= over 1 server',
       ['mixed-s4', 'keyloom promises'], ['mixed-s1', 'keyloom promises'], '>=', 1,
       'with every server and the client on one CPU, four servers are four processes taking turns on that CPU, and the pipeline reads their replies one server after the other'),
     {

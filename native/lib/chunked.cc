@@ -26,16 +26,23 @@ struct ChunkRound {
   std::vector<size_t> first_chunk;  // of each batch
   const TakeChunk *take = nullptr;  // replies as redisReply objects, or...
   const PutString *put = nullptr;   // ...elements straight from the reader
-  Chunk *current = nullptr;         // the chunk whose reply is being read
   kl_return_t code = KL_SUCCESS;    // first malformed or refused reply (put)
   unsigned char *answered = nullptr;
+  // What each batch's reading is at: the servers' replies are read as they
+  // come, several at once.
+  struct Reading {
+    ChunkRound *round;
+    size_t batch;
+    Chunk *current = nullptr;  // the chunk whose reply is being read
+  };
+  std::vector<Reading> readings;  // readings[k] for batches[k]
 };
 
 // Batch::on_read for chunked rounds: hands the chunk's reply over and frees it.
 void take_chunk(void *context, Batch &b, size_t i) {
-  auto &round = *static_cast<ChunkRound *>(context);
-  const size_t k = static_cast<size_t>(&b - round.batches.data());
-  ChunkRound::Chunk &c = round.chunks[round.first_chunk[k] + i];
+  auto &reading = *static_cast<ChunkRound::Reading *>(context);
+  ChunkRound &round = *reading.round;
+  ChunkRound::Chunk &c = round.chunks[round.first_chunk[reading.batch] + i];
   const size_t *items = round.order.data() + c.first;
   bool first = false;
   for (size_t j = 0; j < c.count; ++j) {
@@ -49,11 +56,10 @@ void take_chunk(void *context, Batch &b, size_t i) {
 
 // Direct reading of arrays of strings: no reply object is built; each
 // element of the current chunk's array goes to round.put. Every function
-// answers the round itself as the "object" (never freed).
-void start_chunk(void *context, Batch &b, size_t i) {
-  auto &round = *static_cast<ChunkRound *>(context);
-  const size_t k = static_cast<size_t>(&b - round.batches.data());
-  round.current = &round.chunks[round.first_chunk[k] + i];
+// answers the batch's reading itself as the "object" (never freed).
+void start_chunk(void *context, Batch &, size_t i) {
+  auto &reading = *static_cast<ChunkRound::Reading *>(context);
+  reading.current = &reading.round->chunks[reading.round->first_chunk[reading.batch] + i];
 }
 
 void refuse(ChunkRound &round, kl_return_t code) {
@@ -61,44 +67,45 @@ void refuse(ChunkRound &round, kl_return_t code) {
 }
 
 void *direct_string(const redisReadTask *task, char *str, size_t len) {
-  auto &round = *static_cast<ChunkRound *>(task->privdata);
+  auto &reading = *static_cast<ChunkRound::Reading *>(task->privdata);
+  ChunkRound &round = *reading.round;
   if (!task->parent) {
     refuse(round, task->type == REDIS_REPLY_ERROR ? KL_SERVER_ERROR : KL_WRONG_REPLY);
   } else if (task->type != REDIS_REPLY_ERROR && !task->parent->parent && task->idx >= 0 &&
-             static_cast<size_t>(task->idx) < round.current->count &&
+             static_cast<size_t>(task->idx) < reading.current->count &&
              round.code == KL_SUCCESS) {
-    const size_t item = round.order[round.current->first + static_cast<size_t>(task->idx)];
+    const size_t item = round.order[reading.current->first + static_cast<size_t>(task->idx)];
     kl_return_t code = (*round.put)(item, str, len);
     if (code != KL_SUCCESS) refuse(round, code);
   }
-  return &round;
+  return &reading;
 }
 
 void *direct_array(const redisReadTask *task, int elements) {
-  auto &round = *static_cast<ChunkRound *>(task->privdata);
-  if (!task->parent && (elements < 0 || static_cast<size_t>(elements) != round.current->count))
-    refuse(round, KL_WRONG_REPLY);
+  auto &reading = *static_cast<ChunkRound::Reading *>(task->privdata);
+  if (!task->parent && (elements < 0 || static_cast<size_t>(elements) != reading.current->count))
+    refuse(*reading.round, KL_WRONG_REPLY);
   else if (task->parent)
-    refuse(round, KL_WRONG_REPLY);  // arrays of strings only
-  return &round;
+    refuse(*reading.round, KL_WRONG_REPLY);  // arrays of strings only
+  return &reading;
 }
 
 void *direct_integer(const redisReadTask *task, long long value) {
-  auto &round = *static_cast<ChunkRound *>(task->privdata);
+  auto &reading = *static_cast<ChunkRound::Reading *>(task->privdata);
   if (!task->parent || task->parent->parent) {
-    refuse(round, KL_WRONG_REPLY);
+    refuse(*reading.round, KL_WRONG_REPLY);
   } else {
     // As text, like an integer reply read through put_reply_string.
     const std::string text = std::to_string(value);
     direct_string(task, const_cast<char *>(text.data()), text.size());
   }
-  return &round;
+  return &reading;
 }
 
 void *direct_nil(const redisReadTask *task) {
-  auto &round = *static_cast<ChunkRound *>(task->privdata);
-  if (!task->parent) refuse(round, KL_WRONG_REPLY);
-  return &round;  // a nil element: the item keeps its "missing" value
+  auto &reading = *static_cast<ChunkRound::Reading *>(task->privdata);
+  if (!task->parent) refuse(*reading.round, KL_WRONG_REPLY);
+  return &reading;  // a nil element: the item keeps its "missing" value
 }
 
 void direct_free(void *) {}
@@ -152,14 +159,16 @@ void run_round(kl_client *client, ChunkRound &round, const MakeChunk &make,
     const auto &c = round.chunks[j];
     make(round.cmds[j], round.order.data() + c.first, c.count);
   }
+  round.readings.assign(round.batches.size(), {&round, 0});
   for (size_t k = 0; k < round.batches.size(); ++k) {
     Batch &b = round.batches[k];
+    round.readings[k].batch = k;
     const size_t end =
         k + 1 < round.batches.size() ? round.first_chunk[k + 1] : round.chunks.size();
     b.cmds = round.cmds.data() + round.first_chunk[k];
     b.count = end - round.first_chunk[k];
     b.on_read = take_chunk;
-    b.on_read_context = &round;
+    b.on_read_context = &round.readings[k];
     if (round.put) {
       b.reader_fn = &direct_functions;
       b.on_read_start = start_chunk;

@@ -19,6 +19,12 @@
 namespace keyloom {
 
 struct Script;
+class Connector;
+// Deletes a connector (connector.cc), so that Server can hold one without its
+// definition.
+struct ConnectorDeleter {
+  void operator()(Connector *connector) const;
+};
 
 // A script a caller sent (EVAL, SCRIPT LOAD): kept so that its EVALSHA can be
 // loaded ahead on each connection and retried as EVAL where a server lost it.
@@ -82,6 +88,9 @@ struct Server {
   ReplyBudget budget;           // what the reply being read may still cost
   std::string failure;          // why it was marked down, told to calls that skip it
   unsigned long exchange_round = 0;  // the last exchange round that queued on it
+  // The connection being made beside a round (connector.h). Last, so that
+  // it is destroyed first: its thread uses the rest.
+  std::unique_ptr<Connector, ConnectorDeleter> connector;
 };
 
 struct Group {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "connector.h"
 #include "failures.h"
 #include "internal.h"
 #include "log.h"
@@ -55,6 +56,7 @@ void lost_at_connect(CallContext &call, Server *server, const char *step) {
 }
 
 void disconnect_server(Server *server) {
+  if (server->connector) finish_connector(server, nullptr);
   if (server->tls) {
     tls_close(server->tls);
     server->tls = nullptr;
@@ -113,7 +115,18 @@ std::pair<std::string_view, std::string_view> split_credentials(std::string_view
   return {secret.substr(0, nul), secret.substr(nul + 1)};
 }
 
+bool connect_would_wait(const CallContext &call, const Server *server) {
+  if (server->ctx) return false;
+  if (server->down && Clock::now() < server->down_until) return false;
+  return call_ms_left(call) > 0;
+}
+
 bool connect_server(CallContext &call, Server *server) {
+  if (server->connector) return finish_connector(server, &call);
+  return open_connection(call, server);
+}
+
+bool open_connection(CallContext &call, Server *server) {
   if (server->ctx) return true;
   kl_client *client = call.client;
   if (server->down && Clock::now() < server->down_until) {

@@ -10,8 +10,14 @@
 
 namespace keyloom {
 
-// True when server has a usable connection (opening it when needed).
+// True when server has a usable connection (opening it when needed, or
+// waiting for the one being made beside a round).
 bool connect_server(CallContext &call, Server *server);
+// Opens server's connection in place (connect_server without a connector).
+bool open_connection(CallContext &call, Server *server);
+// True when a connection would have to be opened for call: server has none,
+// is not skipped as down, and the call has time left.
+bool connect_would_wait(const CallContext &call, const Server *server);
 // Closes the connection and marks the server down until the reconnect
 // time-out has passed; calls that skip it are told the call's failure on it,
 // or why.
@@ -19,7 +25,8 @@ void mark_down(CallContext &call, Server *server, const char *why);
 // A connection that broke while being set up (step: "AUTH", "SELECT", "INFO"):
 // the call's failure is noted and the server dropped.
 void lost_at_connect(CallContext &call, Server *server, const char *step);
-// Closes the connection without marking the server down.
+// Closes the connection without marking the server down (waiting first for
+// one being made beside a round).
 void disconnect_server(Server *server);
 // After a failed exchange: marks the server down, or only closes the
 // connection when the wait was cut short by the call's deadline.

@@ -5,6 +5,7 @@
 #include "connection.h"
 #include "failures.h"
 #include "exchange.h"
+#include "exchange_round.h"
 #include "log.h"
 #include "pipeline.h"
 #include "protocol.h"
@@ -19,6 +20,8 @@ void fail(Batch &b, const char *why) {
   b.replies.clear();
   drop_failed(*b.call, b.server, why);
 }
+
+}  // namespace
 
 // The call has no time left for this server: it is not its fault, so it is
 // not marked down, but whatever was queued on the connection must go.
@@ -61,22 +64,9 @@ void read_failed(Batch &b) {
   fail(b, "read failed");
 }
 
-}  // namespace
-
 void exchange_queue(Batch &b) {
   kl_client *client = b.call->client;
-  b.failed = b.too_large = false;
-  b.replies.clear();
   if (b.size() == 0) return;
-  const bool first_on_server = b.server->exchange_round != client->exchange_round;
-  b.server->exchange_round = client->exchange_round;
-  if (first_on_server && input_pending(b.server)) {
-    // Replies nobody asked for (a server that answered twice) or a close
-    // while idle: later replies would be matched to the wrong requests.
-    log_event(client, KL_LEVEL_WARNING, "%s sent what was not asked for; reconnecting",
-              b.server->name.c_str());
-    disconnect_server(b.server);
-  }
   if (!connect_server(*b.call, b.server)) {
     b.failed = true;
     return;
@@ -99,44 +89,6 @@ void exchange_send(Batch &b) {
   }
 }
 
-void exchange_read(Batch &b) {
-  if (b.size() == 0 || b.failed) return;
-  if (!b.server->ctx) return connection_gone(b);
-  if (!arm_timeout(*b.call, b.server)) return out_of_time(b);
-  b.replies.resize(b.size());
-  bool ok = true;
-  redisReader *reader = b.server->ctx->reader;
-  redisReplyObjectFunctions *saved_fn = reader->fn;
-  void *saved_privdata = reader->privdata;
-  if (b.reader_fn) {
-    reader->fn = b.reader_fn;
-    reader->privdata = b.on_read_context;
-  }
-  for (size_t i = 0; ok && i < b.size(); ++i) {
-    if (!b.preloaded.empty() && b.preloaded[i]) {
-      Reply load;
-      ok = read_next(*b.call, b.server, &load);
-      if (!ok) break;
-    }
-    if (b.on_read_start) b.on_read_start(b.on_read_context, b, i);
-    if (b.reader_fn) {
-      void *r = nullptr;
-      ok = read_next(*b.call, b.server, &r);
-    } else {
-      ok = read_next(*b.call, b.server, &b.replies[i]);
-    }
-    if (ok && b.on_read) b.on_read(b.on_read_context, b, i);
-  }
-  if (b.reader_fn) {
-    // A reply cut short is the direct functions' object: the default
-    // functions must never be asked to free it.
-    reader->reply = nullptr;
-    reader->fn = saved_fn;
-    reader->privdata = saved_privdata;
-  }
-  if (!ok) read_failed(b);
-}
-
 void exchange_settle(Batch &b) {
   if (b.size() == 0 || b.failed) return;
   bool ok = true;
@@ -157,17 +109,16 @@ void exchange_settle(Batch &b) {
 
 void exchange(kl_client *client, Batch *batches, size_t n) {
   CallSite &site = current_call_site();
-  for (size_t k = 0; k < n; ++k) batches[k].call = site.call;
+  for (size_t k = 0; k < n; ++k) {
+    batches[k].call = site.call;
+    batches[k].done = false;
+  }
   if (site.round_client == client) {
     // A call of a pipeline's round: the round sends these with every other call's.
     await_round(batches, n);
     return;
   }
-  ++client->exchange_round;
-  for (size_t k = 0; k < n; ++k) exchange_queue(batches[k]);
-  for (size_t k = 0; k < n; ++k) exchange_send(batches[k]);
-  for (size_t k = 0; k < n; ++k) exchange_read(batches[k]);
-  for (size_t k = 0; k < n; ++k) exchange_settle(batches[k]);
+  run_exchange(client, batches, n);
 }
 
 }  // namespace keyloom

@@ -20,6 +20,8 @@ struct Batch {
   Replies replies;               // one per command after exchange()
   bool failed = false;           // down, lost, timed out: no replies
   bool too_large = false;        // failed: a reply passed the client's maximum reply size
+  bool done = false;             // its round has run it (replies, or failed)
+  bool awaiting_connection = false;  // its server is being connected beside the round
   std::vector<unsigned char> preloaded;  // SCRIPT LOAD sent before command i
   // When set, called with each reply as soon as it is read, before the next
   // one is read; it may release the reply (replies[i].reset()) so that large
@@ -47,17 +49,22 @@ void exchange(kl_client *client, Batch *batches, size_t n);
 constexpr std::chrono::microseconds kBudgetPerCommand{10};
 constexpr std::chrono::microseconds kBudgetPerArgument{1};
 
-// The four steps of an exchange, each over one batch, within the deadline of
-// the batch's call and noting its failures there. Every batch of a round
-// takes a step before any takes the next: all are queued (connecting as
-// needed), then written, then read in the order queued, then settled
-// (scripts the server lost run again, errors noted), so batches of several
-// calls to one server share its write and its stream. A round starts with
-// ++client->exchange_round.
+// The steps of an exchange over one batch, within the deadline of the
+// batch's call and noting its failures there (exchange_round.cc runs them
+// for a round): queued (connecting as needed), sent, read (by the round),
+// then settled (scripts the server lost run again, errors noted). Batches
+// of several calls to one server share its write and its stream.
 void exchange_queue(Batch &b);
 void exchange_send(Batch &b);
-void exchange_read(Batch &b);
 void exchange_settle(Batch &b);
+
+// How a batch fails, each noting why on its call.
+// The call has no time left for the batch's server (not the server's fault).
+void out_of_time(Batch &b);
+// Its connection went while an earlier batch of the same round was on it.
+void connection_gone(Batch &b);
+// It could not be read whole: a reply too large, or no reply at all.
+void read_failed(Batch &b);
 
 // The code of a call whose reply passed the client's maximum reply size: the
 // memory it would take is refused.

@@ -2,8 +2,11 @@
 // round at a time. Each call of a round runs until it needs replies
 // (exchange() suspends it with its batches), then the round sends the
 // batches of every suspended call together: one write per server, replies
-// read back in the order the commands went out. The calls resume with their
-// replies and either finish or suspend again for a next exchange.
+// read from whichever server has them ready, each server's in the order the
+// commands went out. The calls resume with their replies and either finish
+// or suspend again for a next exchange. A server being connected holds only
+// the calls that wait for it: while it connects, the round goes on with the
+// others and takes in new calls.
 //
 // Each call has a site of its own (client.h CallSite): the round's client,
 // whose lock the round holds and whose exchanges it makes, and the call's
@@ -12,9 +15,12 @@
 // of its exchanges carry it.
 #include <pthread.h>
 #include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -24,6 +30,7 @@
 
 #include "client.h"
 #include "exchange.h"
+#include "exchange_round.h"
 #include "fiber.h"
 #include "internal.h"
 #include "pipeline.h"
@@ -39,6 +46,7 @@ constexpr auto kIdleRelease = std::chrono::seconds(1);
 // One call of a round.
 struct Call {
   kl_job job{};
+  bool plain = false;  // no stack to be had: runs after the round, on the thread's own
   Fiber fiber;
   CallSite site;
   // The exchange it waits for.
@@ -61,16 +69,6 @@ void resume(Call &call) {
   enter_call_site(before);
 }
 
-// Every step of an exchange over the batches of every waiting call; each
-// batch carries its call's context.
-void exchange_together(kl_client *client, const std::vector<Call *> &waiting) {
-  ++client->exchange_round;
-  for (auto step : {exchange_queue, exchange_send, exchange_read, exchange_settle}) {
-    for (Call *call : waiting)
-      for (size_t k = 0; k < call->batch_count; ++k) step(call->batches[k]);
-  }
-}
-
 }  // namespace
 
 void await_round(Batch *batches, size_t n) {
@@ -91,9 +89,20 @@ struct kl_pipeline {
   std::condition_variable wake;
   std::deque<kl_job> queue;  // handed over, not started
   bool stopping = false;
+  // While a round waits for a connection, a submit writes to wake_fd so
+  // that the round takes the new calls in.
+  int wake_fd = -1;
+  bool round_listens = false;
 
   void main();
-  void run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n);
+  // Runs the calls[0..n) to the end, and the calls it takes in meanwhile;
+  // says how many records the round used.
+  size_t run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n);
+  void start_call(Call &call, std::vector<Call *> &plain);
+  // Takes queued jobs into the round: finished calls' records first, then
+  // new ones, while fewer than kRoundCalls calls are in progress. n grows to
+  // cover the records used; false when it took none.
+  bool take_in(std::vector<std::unique_ptr<Call>> &calls, size_t &n, std::vector<Call *> &plain);
   // A burst of calls must not hold its stacks for the life of the
   // client: the call records (each with its fiber's stack) are cut to the
   // largest round of each stretch of kIdleRelease, and to none when a
@@ -133,44 +142,99 @@ void kl_pipeline::after_round(std::vector<std::unique_ptr<Call>> &calls, size_t 
   if (keyloom::Clock::now() - stretch_start >= keyloom::kIdleRelease) keep_calls(calls, stretch_peak);
 }
 
-// Runs n calls to the end. The round holds the client's lock: under
-// KL_FLAG_SHARED, other threads' calls wait for it.
-void kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n) {
-  std::vector<Call *> unstarted;  // no stack to be had: run plainly after the round
+void kl_pipeline::start_call(Call &call, std::vector<Call *> &plain) {
+  call.site = {client, call.job.timeout_ms, nullptr};
+  call.batches = nullptr;
+  call.batch_count = 0;
+  call.plain = !call.fiber.prepare(keyloom::call_entry, &call);
+  if (call.plain) {
+    plain.push_back(&call);
+    return;
+  }
+  keyloom::resume(call);
+}
+
+bool kl_pipeline::take_in(std::vector<std::unique_ptr<Call>> &calls, size_t &n, std::vector<Call *> &plain) {
+  std::vector<Call *> taken;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    size_t in_progress = 0;
+    for (size_t i = 0; i < n; ++i) in_progress += !calls[i]->fiber.finished();
+    for (size_t i = 0; i < calls.size() && in_progress < keyloom::kRoundCalls && !queue.empty(); ++i) {
+      Call &call = *calls[i];
+      if (i < n && (!call.fiber.finished() || call.plain)) continue;
+      call.job = queue.front();
+      queue.pop_front();
+      taken.push_back(&call);
+      ++in_progress;
+      n = std::max(n, i + 1);
+    }
+    while (in_progress < keyloom::kRoundCalls && !queue.empty()) {
+      calls.push_back(std::make_unique<Call>());
+      calls.back()->job = queue.front();
+      queue.pop_front();
+      taken.push_back(calls.back().get());
+      ++in_progress;
+      n = calls.size();
+    }
+  }
+  for (Call *call : taken) start_call(*call, plain);
+  return !taken.empty();
+}
+
+// The round holds the client's lock: under KL_FLAG_SHARED, other threads'
+// calls wait for it.
+size_t kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t n) {
+  std::vector<Call *> plain;
   {
     keyloom::ClientLock lock(client->mutex);
+    keyloom::ExchangeRound exchanges(client, true);
+    for (size_t i = 0; i < n; ++i) start_call(*calls[i], plain);
     std::vector<Call *> waiting;
-    for (size_t i = 0; i < n; ++i) {
-      Call &call = *calls[i];
-      call.site = {client, call.job.timeout_ms, nullptr};
-      call.batches = nullptr;
-      call.batch_count = 0;
-      if (!call.fiber.prepare(keyloom::call_entry, &call)) {
-        unstarted.push_back(&call);
-        continue;
-      }
-      keyloom::resume(call);
-    }
+    std::vector<keyloom::Batch *> batches;
     for (;;) {
       waiting.clear();
-      for (size_t i = 0; i < n; ++i)
-        if (!calls[i]->fiber.finished() && calls[i]->batch_count) waiting.push_back(calls[i].get());
+      batches.clear();
+      for (size_t i = 0; i < n; ++i) {
+        Call &call = *calls[i];
+        if (call.fiber.finished() || !call.batch_count) continue;
+        waiting.push_back(&call);
+        for (size_t k = 0; k < call.batch_count; ++k)
+          if (!call.batches[k].done) batches.push_back(&call.batches[k]);
+      }
       if (waiting.empty()) break;
-      keyloom::exchange_together(client, waiting);
+      exchanges.run(batches.data(), batches.size());
+      bool resumed = false;
       for (Call *call : waiting) {
+        keyloom::Batch *begin = call->batches, *end = call->batches + call->batch_count;
+        if (!std::all_of(begin, end, [](const keyloom::Batch &b) { return b.done; })) continue;
         call->batches = nullptr;
         call->batch_count = 0;
         keyloom::resume(*call);
+        resumed = true;
       }
+      if (!exchanges.connecting()) continue;
+      // Calls for the servers that are up go on meanwhile, new ones too.
+      if (take_in(calls, n, plain) || resumed) continue;
+      {
+        std::lock_guard<std::mutex> listen(mutex);
+        if (!queue.empty()) continue;
+        round_listens = true;
+      }
+      exchanges.wait_for_connection(wake_fd);
+      std::lock_guard<std::mutex> listen(mutex);
+      round_listens = false;
     }
   }
-  for (Call *call : unstarted) {
+  for (Call *call : plain) {
     // On this thread, outside the round: the call takes the lock itself.
     call->site = {nullptr, call->job.timeout_ms, nullptr};
     keyloom::CallSite *before = keyloom::enter_call_site(&call->site);
     call->job.run(call->job.data);
     keyloom::enter_call_site(before);
+    call->plain = false;
   }
+  return n;
 }
 
 void kl_pipeline::main() {
@@ -192,8 +256,7 @@ void kl_pipeline::main() {
         queue.pop_front();
       }
     }
-    run_round(calls, n);
-    after_round(calls, n);
+    after_round(calls, run_round(calls, n));
   }
 }
 
@@ -202,9 +265,15 @@ kl_pipeline *kl_pipeline_start(kl_client *client) {
   auto *pipeline = new (std::nothrow) kl_pipeline();
   if (!pipeline) return nullptr;
   pipeline->client = client;
+  pipeline->wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (pipeline->wake_fd < 0) {
+    delete pipeline;
+    return nullptr;
+  }
   try {
     pipeline->thread = std::thread([pipeline] { pipeline->main(); });
   } catch (...) {
+    close(pipeline->wake_fd);
     delete pipeline;
     return nullptr;
   }
@@ -218,6 +287,10 @@ kl_return_t kl_pipeline_submit(kl_pipeline *pipeline, const kl_job *jobs, size_t
   try {
     std::lock_guard<std::mutex> lock(pipeline->mutex);
     pipeline->queue.insert(pipeline->queue.end(), jobs, jobs + n);
+    if (pipeline->round_listens) {
+      const uint64_t one = 1;
+      [[maybe_unused]] const ssize_t written = write(pipeline->wake_fd, &one, sizeof one);
+    }
   } catch (...) {
     return KL_MEMORY_FAILURE;
   }
@@ -233,5 +306,6 @@ void kl_pipeline_stop(kl_pipeline *pipeline) {
   }
   pipeline->wake.notify_one();
   pipeline->thread.join();
+  close(pipeline->wake_fd);
   delete pipeline;
 }

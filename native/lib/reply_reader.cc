@@ -130,20 +130,32 @@ void attach_reply_budget(redisReader *reader, ReplyBudget *budget) {
   reader->privdata = budget;
 }
 
-bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
-                FunctionRef<bool()> read_more) {
-  *reply = nullptr;
+void start_reply(ReplyBudget *budget) {
   if (budget) {
     budget->exceeded = false;
     budget->used = 0;
   }
-  if (redisGetReplyFromReader(ctx, reply) != REDIS_OK) return false;
-  while (*reply == nullptr) {
-    if (budget && item_in_progress_too_large(ctx->reader, budget)) return false;
-    if (!read_more()) return false;
-    if (redisGetReplyFromReader(ctx, reply) != REDIS_OK) return false;
+}
+
+ReplyStep take_reply(redisContext *ctx, ReplyBudget *budget, void **reply) {
+  *reply = nullptr;
+  if (redisGetReplyFromReader(ctx, reply) != REDIS_OK) return ReplyStep::kFailed;
+  if (*reply) return ReplyStep::kReply;
+  if (budget && item_in_progress_too_large(ctx->reader, budget)) return ReplyStep::kFailed;
+  return ReplyStep::kMore;
+}
+
+bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
+                FunctionRef<bool()> read_more) {
+  start_reply(budget);
+  for (;;) {
+    switch (take_reply(ctx, budget, reply)) {
+      case ReplyStep::kReply: return true;
+      case ReplyStep::kFailed: return false;
+      case ReplyStep::kMore:
+        if (!read_more()) return false;
+    }
   }
-  return true;
 }
 
 }  // namespace keyloom

@@ -36,4 +36,11 @@ void attach_reply_budget(redisReader *reader, ReplyBudget *budget);
 bool read_reply(redisContext *ctx, ReplyBudget *budget, void **reply,
                 FunctionRef<bool()> read_more);
 
+// The same in steps, for a connection fed by someone else (a round reading
+// whichever server is ready): start_reply once per reply, then take_reply
+// after each feed until it stops asking for more.
+enum class ReplyStep { kReply, kMore, kFailed };
+void start_reply(ReplyBudget *budget);
+ReplyStep take_reply(redisContext *ctx, ReplyBudget *budget, void **reply);
+
 }  // namespace keyloom

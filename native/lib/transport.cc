@@ -16,7 +16,8 @@ namespace keyloom {
 
 namespace {
 
-// Records a TLS failure on the context, where the error reports look.
+// Records a failure on the context, where the error reports look, as hiredis
+// records its own (a time-out is EAGAIN, as from a socket time-out).
 bool failed(redisContext *ctx, long result, const std::string &why) {
   switch (result) {
     case kTlsTimedOut:
@@ -97,5 +98,9 @@ bool input_pending(Server *server) {
   char byte;
   return recv(ctx->fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;  // data, or closed
 }
+
+bool has_buffered_input(const Server *server) { return server->tls && tls_has_buffered(server->tls); }
+
+void mark_timed_out(Server *server) { failed(server->ctx, kTlsTimedOut, std::string()); }
 
 }  // namespace keyloom

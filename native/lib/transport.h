@@ -18,5 +18,11 @@ bool receive_more(Server *server);
 // in the reader, or bytes (or the server's close) waiting before anything
 // was sent. Such a stream is out of step with its requests.
 bool input_pending(Server *server);
+// True when bytes already received for server wait to be fed to its reader
+// (decrypted TLS data): a wait for the socket to be readable would miss them.
+bool has_buffered_input(const Server *server);
+// Records on server's connection that a wait for its reply timed out, as a
+// socket time-out would have.
+void mark_timed_out(Server *server);
 
 }  // namespace keyloom

@@ -1,0 +1,304 @@
+#include "exchange_round.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+
+#include "connection.h"
+#include "connector.h"
+#include "failures.h"
+#include "log.h"
+#include "transport.h"
+
+namespace keyloom {
+
+// One server's part of a round: its batches in the order they were queued,
+// read back in that order.
+struct ServerTurn {
+  Server *server = nullptr;
+  std::vector<Batch *> batches;
+  bool waits = false;  // for the connection a connector is making
+  // Reading: batches[reading] is read, its reply `reply` next.
+  size_t reading = 0;
+  size_t reply = 0;
+  bool batch_started = false;  // its replies sized, its reader functions in place
+  bool load_read = false;      // the SCRIPT LOAD queued ahead of that reply has been read
+  bool item_started = false;   // the reply (or SCRIPT LOAD) being read has begun
+  redisReplyObjectFunctions *saved_fn = nullptr;
+  void *saved_privdata = nullptr;
+  Clock::time_point last_input;  // when the server last sent something (or the wait began)
+
+  bool read_all() const { return reading == batches.size(); }
+  Batch &current() const { return *batches[reading]; }
+};
+
+namespace {
+
+void next_batch(ServerTurn &t) {
+  ++t.reading;
+  t.reply = 0;
+  t.batch_started = t.load_read = t.item_started = false;
+}
+
+// Ends the batch being read: the connection's own reader functions back, and
+// the failure noted when it could not be read whole.
+void end_batch(ServerTurn &t, bool ok) {
+  Batch &b = t.current();
+  if (t.batch_started && b.reader_fn && t.server->ctx) {
+    // A reply cut short is the direct functions' object: the default
+    // functions must never be asked to free it.
+    redisReader *reader = t.server->ctx->reader;
+    reader->reply = nullptr;
+    reader->fn = t.saved_fn;
+    reader->privdata = t.saved_privdata;
+  }
+  if (!ok) read_failed(b);
+  next_batch(t);
+}
+
+// Takes the replies the turn's reader holds, batch after batch; true when
+// the batch being read needs more input.
+bool take_buffered(ServerTurn &t) {
+  Server *s = t.server;
+  while (!t.read_all()) {
+    Batch &b = t.current();
+    if (b.size() == 0 || b.failed) {
+      next_batch(t);
+      continue;
+    }
+    if (!t.batch_started) {
+      if (!s->ctx) {
+        connection_gone(b);
+        next_batch(t);
+        continue;
+      }
+      if (!arm_timeout(*b.call, s)) {
+        out_of_time(b);
+        next_batch(t);
+        continue;
+      }
+      b.replies.resize(b.size());
+      if (b.reader_fn) {
+        redisReader *reader = s->ctx->reader;
+        t.saved_fn = reader->fn;
+        t.saved_privdata = reader->privdata;
+        reader->fn = b.reader_fn;
+        reader->privdata = b.on_read_context;
+      }
+      t.batch_started = true;
+    }
+    const size_t i = t.reply;
+    const bool load = !b.preloaded.empty() && b.preloaded[i] && !t.load_read;
+    if (!t.item_started) {
+      if (!load && b.on_read_start) b.on_read_start(b.on_read_context, b, i);
+      start_reply(&s->budget);
+      t.item_started = true;
+    }
+    void *r = nullptr;
+    const ReplyStep step = take_reply(s->ctx, &s->budget, &r);
+    if (step == ReplyStep::kMore) return true;
+    if (step == ReplyStep::kFailed) {
+      end_batch(t, false);
+      continue;
+    }
+    t.item_started = false;
+    if (load) {
+      Reply dropped(static_cast<redisReply *>(r));
+      t.load_read = true;
+      continue;
+    }
+    if (!b.reader_fn) b.replies[i].reset(static_cast<redisReply *>(r));
+    if (b.on_read) b.on_read(b.on_read_context, b, i);
+    t.load_read = false;
+    if (++t.reply == b.size()) end_batch(t, true);
+  }
+  return false;
+}
+
+// Serves the turn from what has arrived; true when it must wait for its
+// server to send more.
+bool serve(ServerTurn &t) {
+  while (take_buffered(t)) {
+    Batch &b = t.current();
+    if (!arm_timeout(*b.call, t.server)) {
+      end_batch(t, false);  // the call's time is up
+      continue;
+    }
+    if (!has_buffered_input(t.server)) return true;
+    if (!receive_more(t.server)) {
+      end_batch(t, false);
+      continue;
+    }
+    t.last_input = Clock::now();
+  }
+  return false;
+}
+
+// Reads every turn's replies, from whichever server has them ready. A
+// server waits at most the client's time-out between two reads, and never
+// past the deadline of the call whose batch it is reading.
+void read_turns(kl_client *client, std::vector<ServerTurn> &turns) {
+  const auto idle_limit = std::chrono::milliseconds(client->connect_timeout_ms);
+  std::vector<pollfd> fds;
+  std::vector<ServerTurn *> polled;
+  for (;;) {
+    fds.clear();
+    polled.clear();
+    const Clock::time_point now = Clock::now();
+    Clock::time_point wake_by = Clock::time_point::max();
+    for (ServerTurn &t : turns) {
+      if (t.waits) continue;
+      while (serve(t)) {
+        const Clock::time_point until = std::min(t.last_input + idle_limit, t.current().call->deadline);
+        if (until <= now) {
+          mark_timed_out(t.server);
+          end_batch(t, false);
+          continue;
+        }
+        fds.push_back({t.server->ctx->fd, POLLIN, 0});
+        polled.push_back(&t);
+        wake_by = std::min(wake_by, until);
+        break;
+      }
+    }
+    if (fds.empty()) return;
+    const long long ms = std::chrono::ceil<std::chrono::milliseconds>(wake_by - now).count();
+    const int rc = poll(fds.data(), fds.size(), static_cast<int>(std::min<long long>(ms, INT_MAX)));
+    if (rc < 0 && errno != EINTR) {
+      // No way to wait: what is being read cannot be finished.
+      for (ServerTurn *t : polled) end_batch(*t, false);
+      continue;
+    }
+    const Clock::time_point read_at = Clock::now();
+    for (size_t k = 0; rc > 0 && k < fds.size(); ++k) {
+      if (fds[k].revents == 0) continue;
+      ServerTurn &t = *polled[k];
+      if (receive_more(t.server))
+        t.last_input = read_at;
+      else
+        end_batch(t, false);
+    }
+  }
+}
+
+}  // namespace
+
+void ExchangeRound::run(Batch *const *batches, size_t n) {
+  ++client_->exchange_round;
+  std::vector<ServerTurn> turns;
+  for (size_t k = 0; k < n; ++k) {
+    Batch &b = *batches[k];
+    if (b.done) continue;
+    b.failed = b.too_large = b.awaiting_connection = false;
+    b.replies.clear();
+    if (b.size() == 0) {
+      b.done = true;
+      continue;
+    }
+    auto turn = std::find_if(turns.begin(), turns.end(),
+                             [&b](const ServerTurn &t) { return t.server == b.server; });
+    if (turn == turns.end()) {
+      turns.emplace_back();
+      turn = turns.end() - 1;
+      turn->server = b.server;
+    }
+    turn->batches.push_back(&b);
+  }
+  // A connection is made beside the round only when something else can go
+  // on meanwhile.
+  const bool aside = shared_ || turns.size() > 1;
+  for (ServerTurn &t : turns) start_turn(t, aside);
+  for (ServerTurn &t : turns)
+    if (!t.waits)
+      for (Batch *b : t.batches) exchange_send(*b);
+  const Clock::time_point sent = Clock::now();
+  for (ServerTurn &t : turns) t.last_input = sent;
+  read_turns(client_, turns);
+  for (ServerTurn &t : turns) {
+    if (t.waits) continue;
+    for (Batch *b : t.batches) {
+      exchange_settle(*b);
+      b->done = true;
+    }
+  }
+}
+
+void ExchangeRound::start_turn(ServerTurn &t, bool aside) {
+  Server *s = t.server;
+  CallContext &first_call = *t.batches[0]->call;
+  auto await_connection = [&t] {
+    t.waits = true;
+    for (Batch *b : t.batches) b->awaiting_connection = true;
+  };
+  if (s->connector) {
+    if (!s->connector->done()) return await_connection();
+    const CallFailure failure = s->connector->failure();
+    if (!finish_connector(s, nullptr)) {
+      // Every call with work for it is told why.
+      for (Batch *b : t.batches) {
+        note_failure(*b->call, s, KL_FAILURE_CONNECTION, failure.text.empty() ? "connect failed" : failure.text);
+        b->failed = true;
+      }
+      return;
+    }
+  }
+  if (s->exchange_round != client_->exchange_round && input_pending(s)) {
+    // Replies nobody asked for (a server that answered twice) or a close
+    // while idle: later replies would be matched to the wrong requests.
+    log_event(client_, KL_LEVEL_WARNING, "%s sent what was not asked for; reconnecting", s->name.c_str());
+    disconnect_server(s);
+  }
+  s->exchange_round = client_->exchange_round;
+  if (aside && connect_would_wait(first_call, s) && Connector::start(first_call, s)) {
+    if (std::find(connecting_.begin(), connecting_.end(), s) == connecting_.end()) connecting_.push_back(s);
+    return await_connection();
+  }
+  for (Batch *b : t.batches) exchange_queue(*b);
+}
+
+bool ExchangeRound::connecting() const {
+  return std::any_of(connecting_.begin(), connecting_.end(), [](const Server *s) { return s->connector != nullptr; });
+}
+
+bool ExchangeRound::wait_for_connection(int wake_fd) {
+  connecting_.erase(std::remove_if(connecting_.begin(), connecting_.end(),
+                                   [](const Server *s) { return s->connector == nullptr; }),
+                    connecting_.end());
+  std::vector<pollfd> fds;
+  for (const Server *s : connecting_) fds.push_back({s->connector->ready_fd(), POLLIN, 0});
+  if (fds.empty()) return true;
+  if (wake_fd >= 0) fds.push_back({wake_fd, POLLIN, 0});
+  // Each connector ends within its call's time.
+  while (poll(fds.data(), fds.size(), -1) < 0 && errno == EINTR) {
+  }
+  for (const Server *s : connecting_)
+    if (s->connector->done()) return true;
+  if (wake_fd >= 0) {
+    uint64_t count;
+    [[maybe_unused]] const ssize_t drained = read(wake_fd, &count, sizeof count);
+  }
+  return false;
+}
+
+ExchangeRound::~ExchangeRound() {
+  for (Server *s : connecting_)
+    if (s->connector) finish_connector(s, nullptr);
+}
+
+void run_exchange(kl_client *client, Batch *batches, size_t n) {
+  std::vector<Batch *> left(n);
+  for (size_t k = 0; k < n; ++k) left[k] = &batches[k];
+  ExchangeRound round(client, false);
+  for (;;) {
+    round.run(left.data(), left.size());
+    left.erase(std::remove_if(left.begin(), left.end(), [](const Batch *b) { return b->done; }), left.end());
+    if (left.empty()) return;
+    round.wait_for_connection(-1);
+  }
+}
+
+}  // namespace keyloom

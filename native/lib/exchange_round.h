@@ -1,0 +1,52 @@
+// The exchanges of a round: the batches of one call, or of every call a
+// pipeline runs together. Each server gets its batches queued and sent in one
+// write; replies are read from whichever server has them ready (poll), each
+// server's in the order its commands went out. A server that needs a new
+// connection is connected beside the round (connector.h) when the round has
+// other work to do meanwhile: its batches wait for it (awaiting_connection),
+// and the rest go ahead.
+#pragma once
+
+#include <vector>
+
+#include "client.h"
+#include "exchange.h"
+
+namespace keyloom {
+
+struct ServerTurn;
+
+class ExchangeRound {
+ public:
+  // shared: the round runs the calls of a pipeline, whose other calls must
+  // never wait for a server's connect; otherwise connections are made beside
+  // the round only when it has other servers to serve meanwhile.
+  ExchangeRound(kl_client *client, bool shared) : client_(client), shared_(shared) {}
+  // Waits for the connections still being made: a connector never outlives
+  // the round (and the client lock the round is under).
+  ~ExchangeRound();
+
+  ExchangeRound(const ExchangeRound &) = delete;
+  ExchangeRound &operator=(const ExchangeRound &) = delete;
+
+  // Runs the batches not done yet: each ends done (with its replies, or
+  // failed) or awaiting its server's connection (b.awaiting_connection).
+  void run(Batch *const *batches, size_t n);
+  // True while connections are being made beside the round.
+  bool connecting() const;
+  // Waits until a connection being made is ready (true), or until wake_fd
+  // (when >= 0) is readable, which it then drains (false).
+  bool wait_for_connection(int wake_fd);
+
+ private:
+  void start_turn(ServerTurn &turn, bool aside);
+
+  kl_client *client_;
+  bool shared_;
+  std::vector<Server *> connecting_;  // servers whose connector this round started
+};
+
+// Runs batches as one round, for the call in progress on this thread.
+void run_exchange(kl_client *client, Batch *batches, size_t n);
+
+}  // namespace keyloom
