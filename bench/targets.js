@@ -85,7 +85,7 @@ function targets() {
       ['inflight-get-1', 'keyloom promises'], ['inflight-get-1', 'keyloom client'], '>=', 0.9, REASON.engine),
     ratioTarget('T14', 'mixed commands, 100 in flight, client on its own CPU: promise client over 4 servers >= over 1 server',
       ['mixed-s4', 'keyloom promises'], ['mixed-s1', 'keyloom promises'], '>=', 1,
-      'the client has a CPU of its own but the servers share the other (a machine of two CPUs): four server processes, each woken for its quarter of every round, take turns on that CPU where one server took the whole round in one wake-up; the C loop loses as much over 4 servers (server-count table). The round itself reads the servers as they answer and connects none in the way of the others; ENGINE.md'),
+      'the client has a CPU of its own but the servers share the other (a machine of two CPUs): four server processes, each woken for its quarter of every round, take turns on that CPU where one server took the whole round in one wake-up; the C loop, which does no routing, loses a share of its one-server rate over 4 servers too (server-count table). The round itself reads the servers as they answer and connects none in the way of the others; ENGINE.md'),
     {
       id: 'T15', text: 'event-loop delay p99 < 5 ms while a server is paused and 100 commands keep timing out (promise client)',
       reason: 'the timers of the paused commands\' Promises and their rejections all land in the same turns of the loop',
