@@ -111,7 +111,7 @@ void exchange(kl_client *client, Batch *batches, size_t n) {
   CallSite &site = current_call_site();
   for (size_t k = 0; k < n; ++k) {
     batches[k].call = site.call;
-    batches[k].done = false;
+    batches[k].done = batches[k].in_flight = false;
   }
   if (site.round_client == client) {
     // A call of a pipeline's round: the round sends these with every other call's.

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <memory>
+#include <utility>
 
 #include "connection.h"
 #include "connector.h"
@@ -16,10 +18,12 @@
 
 namespace keyloom {
 
-// One server's part of a round: its batches in the order they were queued,
-// read back in that order.
+// One server's part of a round: its batches in the order they were sent,
+// read back in that order. In a pipeline a turn may outlive the run that
+// started it (a server slow to answer): later runs send more behind it.
 struct ServerTurn {
   Server *server = nullptr;
+  redisContext *ctx = nullptr;  // the connection its batches went out on
   std::vector<Batch *> batches;
   bool waits = false;  // for the connection a connector is making
   // Reading: batches[reading] is read, its reply `reply` next.
@@ -34,6 +38,9 @@ struct ServerTurn {
 
   bool read_all() const { return reading == batches.size(); }
   Batch &current() const { return *batches[reading]; }
+  // False once the connection its batches went out on is gone (closed, or
+  // replaced by a new one): their replies went with it.
+  bool connected() const { return ctx && server->ctx == ctx; }
 };
 
 namespace {
@@ -48,7 +55,7 @@ void next_batch(ServerTurn &t) {
 // the failure noted when it could not be read whole.
 void end_batch(ServerTurn &t, bool ok) {
   Batch &b = t.current();
-  if (t.batch_started && b.reader_fn && t.server->ctx) {
+  if (t.batch_started && b.reader_fn && t.connected()) {
     // A reply cut short is the direct functions' object: the default
     // functions must never be asked to free it.
     redisReader *reader = t.server->ctx->reader;
@@ -71,7 +78,7 @@ bool take_buffered(ServerTurn &t) {
       continue;
     }
     if (!t.batch_started) {
-      if (!s->ctx) {
+      if (!t.connected()) {
         connection_gone(b);
         next_batch(t);
         continue;
@@ -138,11 +145,23 @@ bool serve(ServerTurn &t) {
   return false;
 }
 
-// Reads every turn's replies, from whichever server has them ready. A
-// server waits at most the client's time-out between two reads, and never
-// past the deadline of the call whose batch it is reading.
-void read_turns(kl_client *client, std::vector<ServerTurn> &turns) {
+// How long a pipeline's round keeps the calls whose replies are all read
+// waiting for a server that has not answered yet, before it lets them go on.
+constexpr auto kResumeAfter = std::chrono::milliseconds(1);
+
+// Reads the turns' replies, from whichever server has them ready. A server
+// waits at most the client's time-out between two reads, and never past the
+// deadline of the call whose batch it is reading. A pipeline's round
+// (may_leave) returns early, with turns left to read, once a turn is read
+// and the others have sent nothing for kResumeAfter, or when wake_fd (when
+// >= 0) becomes readable.
+void read_turns(kl_client *client, const std::vector<std::unique_ptr<ServerTurn>> &turns, bool may_leave,
+                int wake_fd) {
   const auto idle_limit = std::chrono::milliseconds(client->connect_timeout_ms);
+  auto read_count = [&turns] {
+    return std::count_if(turns.begin(), turns.end(), [](const auto &t) { return t->read_all(); });
+  };
+  const auto read_before = read_count();
   std::vector<pollfd> fds;
   std::vector<ServerTurn *> polled;
   for (;;) {
@@ -150,8 +169,8 @@ void read_turns(kl_client *client, std::vector<ServerTurn> &turns) {
     polled.clear();
     const Clock::time_point now = Clock::now();
     Clock::time_point wake_by = Clock::time_point::max();
-    for (ServerTurn &t : turns) {
-      if (t.waits) continue;
+    for (const auto &turn : turns) {
+      ServerTurn &t = *turn;
       while (serve(t)) {
         const Clock::time_point until = std::min(t.last_input + idle_limit, t.current().call->deadline);
         if (until <= now) {
@@ -166,7 +185,8 @@ void read_turns(kl_client *client, std::vector<ServerTurn> &turns) {
       }
     }
     if (fds.empty()) return;
-    if (fds.size() == 1) {
+    const bool calls_to_resume = may_leave && read_count() > read_before;
+    if (fds.size() == 1 && !calls_to_resume && wake_fd < 0) {
       // One server to wait for: a read waits as a poll would (the socket's
       // time-out is armed within the same limits), a system call fewer.
       ServerTurn &t = *polled[0];
@@ -176,15 +196,19 @@ void read_turns(kl_client *client, std::vector<ServerTurn> &turns) {
         end_batch(t, false);
       continue;
     }
-    const long long ms = std::chrono::ceil<std::chrono::milliseconds>(wake_by - now).count();
-    const int rc = poll(fds.data(), fds.size(), static_cast<int>(std::min<long long>(ms, INT_MAX)));
+    auto wait = std::chrono::ceil<std::chrono::milliseconds>(wake_by - now);
+    const bool resume_after = calls_to_resume && wait > kResumeAfter;
+    if (resume_after) wait = kResumeAfter;
+    if (may_leave && wake_fd >= 0) fds.push_back({wake_fd, POLLIN, 0});
+    const int rc = poll(fds.data(), fds.size(), static_cast<int>(std::min<long long>(wait.count(), INT_MAX)));
     if (rc < 0 && errno != EINTR) {
       // No way to wait: what is being read cannot be finished.
       for (ServerTurn *t : polled) end_batch(*t, false);
       continue;
     }
+    if (rc == 0 && resume_after) return;
     const Clock::time_point read_at = Clock::now();
-    for (size_t k = 0; rc > 0 && k < fds.size(); ++k) {
+    for (size_t k = 0; rc > 0 && k < polled.size(); ++k) {
       if (fds[k].revents == 0) continue;
       ServerTurn &t = *polled[k];
       if (receive_more(t.server))
@@ -192,49 +216,81 @@ void read_turns(kl_client *client, std::vector<ServerTurn> &turns) {
       else
         end_batch(t, false);
     }
+    if (rc > 0 && polled.size() < fds.size() && fds.back().revents) {
+      uint64_t count;
+      [[maybe_unused]] const ssize_t drained = read(wake_fd, &count, sizeof count);
+      return;  // new calls to take in
+    }
   }
 }
 
 }  // namespace
 
-void ExchangeRound::run(Batch *const *batches, size_t n) {
+ExchangeRound::ExchangeRound(kl_client *client, bool shared) : client_(client), shared_(shared) {}
+
+void ExchangeRound::run(Batch *const *batches, size_t n, int wake_fd) {
   ++client_->exchange_round;
-  std::vector<ServerTurn> turns;
+  std::vector<std::unique_ptr<ServerTurn>> fresh;
   for (size_t k = 0; k < n; ++k) {
     Batch &b = *batches[k];
-    if (b.done) continue;
+    if (b.done || b.in_flight) continue;
     b.failed = b.too_large = b.awaiting_connection = false;
     b.replies.clear();
     if (b.size() == 0) {
       b.done = true;
       continue;
     }
-    auto turn = std::find_if(turns.begin(), turns.end(),
-                             [&b](const ServerTurn &t) { return t.server == b.server; });
-    if (turn == turns.end()) {
-      turns.emplace_back();
-      turn = turns.end() - 1;
-      turn->server = b.server;
+    auto turn = std::find_if(fresh.begin(), fresh.end(), [&b](const auto &t) { return t->server == b.server; });
+    if (turn == fresh.end()) {
+      fresh.push_back(std::make_unique<ServerTurn>());
+      turn = fresh.end() - 1;
+      (*turn)->server = b.server;
     }
-    turn->batches.push_back(&b);
+    (*turn)->batches.push_back(&b);
   }
   // A connection is made beside the round only when something else can go
   // on meanwhile.
-  const bool aside = shared_ || turns.size() > 1;
-  for (ServerTurn &t : turns) start_turn(t, aside);
-  for (ServerTurn &t : turns)
-    if (!t.waits)
-      for (Batch *b : t.batches) exchange_send(*b);
+  const bool aside = shared_ || fresh.size() + live_.size() > 1;
+  std::vector<std::pair<ServerTurn *, size_t>> sends;  // turn, its first batch sent now
+  for (auto &t : fresh) {
+    auto behind = std::find_if(live_.begin(), live_.end(),
+                               [&t](const auto &l) { return l->server == t->server && l->connected(); });
+    if (behind != live_.end()) {
+      // Replies are still being read on this connection: these go out
+      // behind them and are read after them.
+      ServerTurn &l = **behind;
+      for (Batch *b : t->batches) exchange_queue(*b);
+      sends.emplace_back(&l, l.batches.size());
+      l.batches.insert(l.batches.end(), t->batches.begin(), t->batches.end());
+      continue;
+    }
+    start_turn(*t, aside);
+    if (t->waits) continue;
+    t->ctx = t->server->ctx;
+    sends.emplace_back(t.get(), 0);
+    live_.push_back(std::move(t));
+  }
+  for (auto [t, first] : sends) {
+    for (size_t k = first; k < t->batches.size(); ++k) {
+      exchange_send(*t->batches[k]);
+      t->batches[k]->in_flight = true;
+    }
+  }
+  // A server's wait starts once everything is written (a large batch takes
+  // a while to write).
   const Clock::time_point sent = Clock::now();
-  for (ServerTurn &t : turns) t.last_input = sent;
-  read_turns(client_, turns);
-  for (ServerTurn &t : turns) {
-    if (t.waits) continue;
-    for (Batch *b : t.batches) {
+  for (auto [t, first] : sends)
+    if (first == 0) t->last_input = sent;
+  read_turns(client_, live_, shared_, wake_fd);
+  for (auto &t : live_) {
+    if (!t->read_all()) continue;
+    for (Batch *b : t->batches) {
       exchange_settle(*b);
+      b->in_flight = false;
       b->done = true;
     }
   }
+  live_.erase(std::remove_if(live_.begin(), live_.end(), [](const auto &t) { return t->read_all(); }), live_.end());
 }
 
 void ExchangeRound::start_turn(ServerTurn &t, bool aside) {

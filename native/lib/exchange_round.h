@@ -7,6 +7,7 @@
 // and the rest go ahead.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "client.h"
@@ -19,9 +20,10 @@ struct ServerTurn;
 class ExchangeRound {
  public:
   // shared: the round runs the calls of a pipeline, whose other calls must
-  // never wait for a server's connect; otherwise connections are made beside
-  // the round only when it has other servers to serve meanwhile.
-  ExchangeRound(kl_client *client, bool shared) : client_(client), shared_(shared) {}
+  // never wait for a server's connect or a slow server's replies; otherwise
+  // connections are made beside the round only when it has other servers
+  // to serve meanwhile, and every reply is read before run() returns.
+  ExchangeRound(kl_client *client, bool shared);
   // Waits for the connections still being made: a connector never outlives
   // the round (and the client lock the round is under).
   ~ExchangeRound();
@@ -29,11 +31,17 @@ class ExchangeRound {
   ExchangeRound(const ExchangeRound &) = delete;
   ExchangeRound &operator=(const ExchangeRound &) = delete;
 
-  // Runs the batches not done yet: each ends done (with its replies, or
-  // failed) or awaiting its server's connection (b.awaiting_connection).
-  void run(Batch *const *batches, size_t n);
+  // Sends the batches not done or sent yet and reads replies. Each batch
+  // ends done (with its replies, or failed), awaiting its server's
+  // connection (b.awaiting_connection) or, in a shared round, still in
+  // flight (b.in_flight: its server has not answered yet, while other calls'
+  // replies are all read); a later run() goes on reading it. A shared round
+  // also returns when wake_fd (when >= 0) becomes readable.
+  void run(Batch *const *batches, size_t n, int wake_fd = -1);
   // True while connections are being made beside the round.
   bool connecting() const;
+  // True while batches sent by the round wait for their replies.
+  bool reading() const { return !live_.empty(); }
   // Waits until a connection being made is ready (true), or until wake_fd
   // (when >= 0) is readable, which it then drains (false).
   bool wait_for_connection(int wake_fd);
@@ -44,6 +52,7 @@ class ExchangeRound {
   kl_client *client_;
   bool shared_;
   std::vector<Server *> connecting_;  // servers whose connector this round started
+  std::vector<std::unique_ptr<ServerTurn>> live_;  // turns with replies still to read
 };
 
 // Runs batches as one round, for the call in progress on this thread.

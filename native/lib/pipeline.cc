@@ -103,6 +103,16 @@ struct kl_pipeline {
   // new ones, while fewer than kRoundCalls calls are in progress. n grows to
   // cover the records used; false when it took none.
   bool take_in(std::vector<std::unique_ptr<Call>> &calls, size_t &n, std::vector<Call *> &plain);
+  // Whether a submit should wake the round; calls queued before it listened
+  // wake it at once.
+  void set_listening(bool on) {
+    std::lock_guard<std::mutex> lock(mutex);
+    round_listens = on;
+    if (on && !queue.empty()) {
+      const uint64_t one = 1;
+      [[maybe_unused]] const ssize_t written = write(wake_fd, &one, sizeof one);
+    }
+  }
   // A burst of calls must not hold its stacks for the life of the
   // client: the call records (each with its fiber's stack) are cut to the
   // largest round of each stretch of kIdleRelease, and to none when a
@@ -203,7 +213,13 @@ size_t kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t 
           if (!call.batches[k].done) batches.push_back(&call.batches[k]);
       }
       if (waiting.empty()) break;
-      exchanges.run(batches.data(), batches.size());
+      // Once the round has a server to wait for (connecting, or slow to
+      // answer), calls handed over meanwhile wake it, while it has room for
+      // them.
+      const bool listen = (exchanges.connecting() || exchanges.reading()) && waiting.size() < keyloom::kRoundCalls;
+      if (listen) set_listening(true);
+      exchanges.run(batches.data(), batches.size(), listen ? wake_fd : -1);
+      if (listen) set_listening(false);
       bool resumed = false;
       for (Call *call : waiting) {
         keyloom::Batch *begin = call->batches, *end = call->batches + call->batch_count;
@@ -213,17 +229,16 @@ size_t kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t 
         keyloom::resume(*call);
         resumed = true;
       }
-      if (!exchanges.connecting()) continue;
+      if (!exchanges.connecting() && !exchanges.reading()) continue;
       // Calls for the servers that are up go on meanwhile, new ones too.
-      if (take_in(calls, n, plain) || resumed) continue;
+      if (take_in(calls, n, plain) || resumed || exchanges.reading()) continue;
       {
         std::lock_guard<std::mutex> listen(mutex);
         if (!queue.empty()) continue;
         round_listens = true;
       }
       exchanges.wait_for_connection(wake_fd);
-      std::lock_guard<std::mutex> listen(mutex);
-      round_listens = false;
+      set_listening(false);
     }
   }
   for (Call *call : plain) {

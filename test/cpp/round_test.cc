@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <atomic>
 #include <cstring>
 #include <string>
@@ -46,6 +47,23 @@ struct TimedGet {
   }
 };
 
+// A TimedGet of each key, timed from start.
+std::vector<TimedGet> timed_gets(kl_client *client, const std::vector<std::string> &keys, Clock::time_point start) {
+  std::vector<TimedGet> jobs(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    jobs[i].client = client;
+    jobs[i].key = keys[i];
+    jobs[i].start = start;
+  }
+  return jobs;
+}
+
+std::vector<kl_job> records(std::vector<TimedGet> &jobs) {
+  std::vector<kl_job> out;
+  for (TimedGet &job : jobs) out.push_back({&TimedGet::run, &job, 0});
+  return out;
+}
+
 // Two servers by modula, the first a real one (the cluster's server 0) and
 // the second one that accepts connections and never answers: the INFO asked
 // at connect goes unanswered for the whole connect time-out.
@@ -68,19 +86,7 @@ class RoundTest : public ::testing::Test {
   ~RoundTest() override { kl_client_destroy(client_); }
 
   std::vector<TimedGet> gets(const std::vector<std::string> &keys, Clock::time_point start) {
-    std::vector<TimedGet> jobs(keys.size());
-    for (size_t i = 0; i < keys.size(); ++i) {
-      jobs[i].client = client_;
-      jobs[i].key = keys[i];
-      jobs[i].start = start;
-    }
-    return jobs;
-  }
-
-  static std::vector<kl_job> records(std::vector<TimedGet> &jobs) {
-    std::vector<kl_job> out;
-    for (TimedGet &job : jobs) out.push_back({&TimedGet::run, &job, 0});
-    return out;
+    return timed_gets(client_, keys, start);
   }
 
   TestCluster cluster_;
@@ -175,6 +181,57 @@ TEST_F(RoundTest, OneCallOverBothServersGetsTheHealthyPartAndWaitsOneConnectTime
   kl_free_php_reply_p(reinterpret_cast<char **>(&value_lens));
   EXPECT_GE(took, kConnectTimeoutMs - 100);
   EXPECT_LT(took, 2 * kConnectTimeoutMs);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(RoundReading, CallsToAnsweringServersGoOnWhileAnotherServerOfTheRoundIsPaused) {
+  TestCluster cluster(2, 1, KL_DISTRIBUTION_MODULA);
+  kl_client *c = cluster.client();
+  kl_client_connection_timeout(c, kConnectTimeoutMs);
+  std::vector<std::string> answering, paused;
+  for (size_t i = 0; i < 40; ++i) {
+    const std::string key = "key" + std::to_string(i);
+    ASSERT_EQ(kl_set(c, mut(key), key.size(), mut("value"), 5, 0), KL_SUCCESS);  // both connected
+    (cluster.direct(0, {"EXISTS", key})->integer ? answering : paused).push_back(key);
+  }
+  ASSERT_FALSE(answering.empty());
+  ASSERT_FALSE(paused.empty());
+  cluster.server(1).pause();
+
+  const Clock::time_point start = Clock::now();
+  auto gets = [&](const std::vector<std::string> &keys) { return timed_gets(c, keys, start); };
+  // One round: calls to both servers, sent together.
+  std::vector<TimedGet> first = gets(paused), answered = gets(answering), later = gets(answering);
+  first.insert(first.end(), answered.begin(), answered.end());
+  auto first_records = records(first), later_records = records(later);
+
+  kl_pipeline *pipeline = kl_pipeline_start(c);
+  ASSERT_NE(pipeline, nullptr);
+  ASSERT_EQ(kl_pipeline_submit(pipeline, first_records.data(), first_records.size()), KL_SUCCESS);
+  // Handed over while the round still waits for the paused server.
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  ASSERT_EQ(kl_pipeline_submit(pipeline, later_records.data(), later_records.size()), KL_SUCCESS);
+  kl_pipeline_stop(pipeline);
+  cluster.server(1).resume();
+
+  long long first_stalled_end = LLONG_MAX;
+  for (size_t i = 0; i < paused.size(); ++i) {
+    EXPECT_NE(first[i].rc, KL_SUCCESS) << first[i].key;
+    EXPECT_EQ(first[i].failure_kind, KL_FAILURE_CONNECTION) << first[i].key;
+    first_stalled_end = std::min(first_stalled_end, first[i].ended_ms);
+  }
+  EXPECT_GE(first_stalled_end, kConnectTimeoutMs - 100);
+  for (size_t i = paused.size(); i < first.size(); ++i) {
+    EXPECT_EQ(first[i].rc, KL_SUCCESS) << first[i].key;
+    EXPECT_LT(first[i].ended_ms, first_stalled_end) << first[i].key << " waited for the paused server";
+  }
+  for (const TimedGet &job : later) {
+    EXPECT_EQ(job.rc, KL_SUCCESS) << job.key;
+    EXPECT_LT(job.ended_ms, first_stalled_end) << job.key << " (handed over later) waited for the paused server";
+  }
 }
 
 }  // namespace
