@@ -77,12 +77,14 @@ bool take_buffered(ServerTurn &t) {
       next_batch(t);
       continue;
     }
+    if (!t.connected()) {
+      // Closed under the batch (a write of later commands to the server
+      // failed, say): its reader went with the connection.
+      connection_gone(b);
+      next_batch(t);
+      continue;
+    }
     if (!t.batch_started) {
-      if (!t.connected()) {
-        connection_gone(b);
-        next_batch(t);
-        continue;
-      }
       if (!arm_timeout(*b.call, s)) {
         out_of_time(b);
         next_batch(t);

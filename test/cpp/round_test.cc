@@ -235,3 +235,49 @@ TEST(RoundReading, CallsToAnsweringServersGoOnWhileAnotherServerOfTheRoundIsPaus
 }
 
 }  // namespace
+
+namespace {
+
+TEST(RoundReading, AServerThatDiesWithCallsInFlightFailsOnlyItsOwnCalls) {
+  TestCluster cluster(2, 1, KL_DISTRIBUTION_MODULA);
+  kl_client *c = cluster.client();
+  kl_client_connection_timeout(c, kConnectTimeoutMs);
+  std::vector<std::string> answering, dying;
+  for (size_t i = 0; i < 40; ++i) {
+    const std::string key = "key" + std::to_string(i);
+    ASSERT_EQ(kl_set(c, mut(key), key.size(), mut("value"), 5, 0), KL_SUCCESS);
+    (cluster.direct(0, {"EXISTS", key})->integer ? answering : dying).push_back(key);
+  }
+  cluster.server(1).pause();
+  const Clock::time_point start = Clock::now();
+  std::vector<TimedGet> first = timed_gets(c, dying, start), answered = timed_gets(c, answering, start);
+  first.insert(first.end(), answered.begin(), answered.end());
+  // Sent behind the first calls, still unanswered, on the same connection.
+  std::vector<TimedGet> later = timed_gets(c, dying, start), later_answered = timed_gets(c, answering, start);
+  later.insert(later.end(), later_answered.begin(), later_answered.end());
+  auto first_records = records(first), later_records = records(later);
+
+  kl_pipeline *pipeline = kl_pipeline_start(c);
+  ASSERT_NE(pipeline, nullptr);
+  ASSERT_EQ(kl_pipeline_submit(pipeline, first_records.data(), first_records.size()), KL_SUCCESS);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  ASSERT_EQ(kl_pipeline_submit(pipeline, later_records.data(), later_records.size()), KL_SUCCESS);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  cluster.server(1).kill();
+  kl_pipeline_stop(pipeline);
+
+  for (const std::vector<TimedGet> *jobs : {&first, &later}) {
+    for (size_t i = 0; i < jobs->size(); ++i) {
+      const TimedGet &job = (*jobs)[i];
+      if (i < dying.size()) {
+        EXPECT_NE(job.rc, KL_SUCCESS) << job.key;
+        EXPECT_EQ(job.failure_kind, KL_FAILURE_CONNECTION) << job.key;
+        EXPECT_LT(job.ended_ms, kConnectTimeoutMs) << job.key << " waited out the time-out of a closed connection";
+      } else {
+        EXPECT_EQ(job.rc, KL_SUCCESS) << job.key;
+      }
+    }
+  }
+}
+
+}  // namespace
