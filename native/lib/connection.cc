@@ -47,6 +47,9 @@ void read_version(Server *server, const redisReply *info) {
   if (end && *end == '.') server->version_minor = static_cast<int>(std::strtol(end + 1, nullptr, 10));
 }
 
+// Down, and not to be tried again before its reconnect time-out.
+bool held_down(const Server *server) { return server->down && Clock::now() < server->down_until; }
+
 }  // namespace
 
 // A connection that broke while being set up (AUTH, SELECT or INFO unanswered).
@@ -117,7 +120,7 @@ std::pair<std::string_view, std::string_view> split_credentials(std::string_view
 
 bool connect_would_wait(const CallContext &call, const Server *server) {
   if (server->ctx) return false;
-  if (server->down && Clock::now() < server->down_until) return false;
+  if (held_down(server)) return false;
   return call_ms_left(call) > 0;
 }
 
@@ -129,7 +132,7 @@ bool connect_server(CallContext &call, Server *server) {
 bool open_connection(CallContext &call, Server *server) {
   if (server->ctx) return true;
   kl_client *client = call.client;
-  if (server->down && Clock::now() < server->down_until) {
+  if (held_down(server)) {
     note_failure(call, server, KL_FAILURE_CONNECTION,
                  server->failure.empty() ? "marked down" : server->failure + " (marked down)");
     return false;

@@ -2,15 +2,14 @@
 
 #include <pthread.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <memory>
 
 #include "connection.h"
 #include "log.h"
 #include "reply_reader.h"
+#include "wake_fd.h"
 
 namespace keyloom {
 
@@ -26,7 +25,7 @@ Connector::Connector(const CallContext &call, const Server &server, int ready_fd
 }
 
 bool Connector::start(const CallContext &call, Server *server) {
-  const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  const int fd = make_wake_fd();
   if (fd < 0) return false;
   std::unique_ptr<Connector, ConnectorDeleter> connector(new (std::nothrow) Connector(call, *server, fd));
   if (!connector) {
@@ -42,8 +41,7 @@ bool Connector::start(const CallContext &call, Server *server) {
       pthread_sigmask(SIG_BLOCK, &all, nullptr);
       self->connected_ = open_connection(self->context_, &self->connection_);
       self->done_.store(true, std::memory_order_release);
-      const uint64_t one = 1;
-      [[maybe_unused]] const ssize_t written = write(self->ready_fd_, &one, sizeof one);
+      ring(self->ready_fd_);
     });
   } catch (...) {
     return false;  // no thread to wait for; the connector closes its fd

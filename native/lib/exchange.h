@@ -21,7 +21,6 @@ struct Batch {
   bool failed = false;           // down, lost, timed out: no replies
   bool too_large = false;        // failed: a reply passed the client's maximum reply size
   bool done = false;             // its round has run it (replies, or failed)
-  bool awaiting_connection = false;  // its server is being connected beside the round
   bool in_flight = false;        // sent, its replies not all read yet
   std::vector<unsigned char> preloaded;  // SCRIPT LOAD sent before command i
   // When set, called with each reply as soon as it is read, before the next

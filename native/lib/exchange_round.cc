@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -15,6 +14,7 @@
 #include "failures.h"
 #include "log.h"
 #include "transport.h"
+#include "wake_fd.h"
 
 namespace keyloom {
 
@@ -25,7 +25,6 @@ struct ServerTurn {
   Server *server = nullptr;
   redisContext *ctx = nullptr;  // the connection its batches went out on
   std::vector<Batch *> batches;
-  bool waits = false;  // for the connection a connector is making
   // Reading: batches[reading] is read, its reply `reply` next.
   size_t reading = 0;
   size_t reply = 0;
@@ -219,8 +218,7 @@ void read_turns(kl_client *client, const std::vector<std::unique_ptr<ServerTurn>
         end_batch(t, false);
     }
     if (rc > 0 && polled.size() < fds.size() && fds.back().revents) {
-      uint64_t count;
-      [[maybe_unused]] const ssize_t drained = read(wake_fd, &count, sizeof count);
+      drain(wake_fd);
       return;  // new calls to take in
     }
   }
@@ -236,7 +234,7 @@ void ExchangeRound::run(Batch *const *batches, size_t n, int wake_fd) {
   for (size_t k = 0; k < n; ++k) {
     Batch &b = *batches[k];
     if (b.done || b.in_flight) continue;
-    b.failed = b.too_large = b.awaiting_connection = false;
+    b.failed = b.too_large = false;
     b.replies.clear();
     if (b.size() == 0) {
       b.done = true;
@@ -266,8 +264,7 @@ void ExchangeRound::run(Batch *const *batches, size_t n, int wake_fd) {
       l.batches.insert(l.batches.end(), t->batches.begin(), t->batches.end());
       continue;
     }
-    start_turn(*t, aside);
-    if (t->waits) continue;
+    if (!start_turn(*t, aside)) continue;  // its server is being connected
     t->ctx = t->server->ctx;
     sends.emplace_back(t.get(), 0);
     live_.push_back(std::move(t));
@@ -295,15 +292,11 @@ void ExchangeRound::run(Batch *const *batches, size_t n, int wake_fd) {
   live_.erase(std::remove_if(live_.begin(), live_.end(), [](const auto &t) { return t->read_all(); }), live_.end());
 }
 
-void ExchangeRound::start_turn(ServerTurn &t, bool aside) {
+bool ExchangeRound::start_turn(ServerTurn &t, bool aside) {
   Server *s = t.server;
   CallContext &first_call = *t.batches[0]->call;
-  auto await_connection = [&t] {
-    t.waits = true;
-    for (Batch *b : t.batches) b->awaiting_connection = true;
-  };
   if (s->connector) {
-    if (!s->connector->done()) return await_connection();
+    if (!s->connector->done()) return false;
     const CallFailure failure = s->connector->failure();
     if (!finish_connector(s, nullptr)) {
       // Every call with work for it is told why.
@@ -311,7 +304,7 @@ void ExchangeRound::start_turn(ServerTurn &t, bool aside) {
         note_failure(*b->call, s, KL_FAILURE_CONNECTION, failure.text.empty() ? "connect failed" : failure.text);
         b->failed = true;
       }
-      return;
+      return true;
     }
   }
   if (s->exchange_round != client_->exchange_round && input_pending(s)) {
@@ -323,9 +316,10 @@ void ExchangeRound::start_turn(ServerTurn &t, bool aside) {
   s->exchange_round = client_->exchange_round;
   if (aside && connect_would_wait(first_call, s) && Connector::start(first_call, s)) {
     if (std::find(connecting_.begin(), connecting_.end(), s) == connecting_.end()) connecting_.push_back(s);
-    return await_connection();
+    return false;
   }
   for (Batch *b : t.batches) exchange_queue(*b);
+  return true;
 }
 
 bool ExchangeRound::connecting() const {
@@ -345,10 +339,7 @@ bool ExchangeRound::wait_for_connection(int wake_fd) {
   }
   for (const Server *s : connecting_)
     if (s->connector->done()) return true;
-  if (wake_fd >= 0) {
-    uint64_t count;
-    [[maybe_unused]] const ssize_t drained = read(wake_fd, &count, sizeof count);
-  }
+  if (wake_fd >= 0) drain(wake_fd);
   return false;
 }
 

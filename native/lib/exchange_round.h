@@ -3,8 +3,8 @@
 // write; replies are read from whichever server has them ready (poll), each
 // server's in the order its commands went out. A server that needs a new
 // connection is connected beside the round (connector.h) when the round has
-// other work to do meanwhile: its batches wait for it (awaiting_connection),
-// and the rest go ahead.
+// other work to do meanwhile: its batches wait for it (neither done nor in
+// flight), and the rest go ahead.
 #pragma once
 
 #include <memory>
@@ -33,7 +33,7 @@ class ExchangeRound {
 
   // Sends the batches not done or sent yet and reads replies. Each batch
   // ends done (with its replies, or failed), awaiting its server's
-  // connection (b.awaiting_connection) or, in a shared round, still in
+  // connection (neither done nor in flight) or, in a shared round, still in
   // flight (b.in_flight: its server has not answered yet, while other calls'
   // replies are all read); a later run() goes on reading it. A shared round
   // also returns when wake_fd (when >= 0) becomes readable.
@@ -47,7 +47,10 @@ class ExchangeRound {
   bool wait_for_connection(int wake_fd);
 
  private:
-  void start_turn(ServerTurn &turn, bool aside);
+  // Queues the turn's batches on their server's connection, or fails them
+  // when it could not be made; false when they wait for a connection being
+  // made beside the round.
+  bool start_turn(ServerTurn &turn, bool aside);
 
   kl_client *client_;
   bool shared_;

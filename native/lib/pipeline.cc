@@ -15,12 +15,10 @@
 // of its exchanges carry it.
 #include <pthread.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -34,6 +32,7 @@
 #include "fiber.h"
 #include "internal.h"
 #include "pipeline.h"
+#include "wake_fd.h"
 
 namespace keyloom {
 
@@ -89,8 +88,8 @@ struct kl_pipeline {
   std::condition_variable wake;
   std::deque<kl_job> queue;  // handed over, not started
   bool stopping = false;
-  // While a round waits for a connection, a submit writes to wake_fd so
-  // that the round takes the new calls in.
+  // While a round waits for a connection or a slow server, a submit rings
+  // wake_fd so that the round takes the new calls in.
   int wake_fd = -1;
   bool round_listens = false;
 
@@ -108,10 +107,7 @@ struct kl_pipeline {
   void set_listening(bool on) {
     std::lock_guard<std::mutex> lock(mutex);
     round_listens = on;
-    if (on && !queue.empty()) {
-      const uint64_t one = 1;
-      [[maybe_unused]] const ssize_t written = write(wake_fd, &one, sizeof one);
-    }
+    if (on && !queue.empty()) keyloom::ring(wake_fd);
   }
   // A burst of calls must not hold its stacks for the life of the
   // client: the call records (each with its fiber's stack) are cut to the
@@ -232,11 +228,7 @@ size_t kl_pipeline::run_round(std::vector<std::unique_ptr<Call>> &calls, size_t 
       if (!exchanges.connecting() && !exchanges.reading()) continue;
       // Calls for the servers that are up go on meanwhile, new ones too.
       if (take_in(calls, n, plain) || resumed || exchanges.reading()) continue;
-      {
-        std::lock_guard<std::mutex> listen(mutex);
-        if (!queue.empty()) continue;
-        round_listens = true;
-      }
+      set_listening(true);
       exchanges.wait_for_connection(wake_fd);
       set_listening(false);
     }
@@ -280,7 +272,7 @@ kl_pipeline *kl_pipeline_start(kl_client *client) {
   auto *pipeline = new (std::nothrow) kl_pipeline();
   if (!pipeline) return nullptr;
   pipeline->client = client;
-  pipeline->wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  pipeline->wake_fd = keyloom::make_wake_fd();
   if (pipeline->wake_fd < 0) {
     delete pipeline;
     return nullptr;
@@ -302,10 +294,7 @@ kl_return_t kl_pipeline_submit(kl_pipeline *pipeline, const kl_job *jobs, size_t
   try {
     std::lock_guard<std::mutex> lock(pipeline->mutex);
     pipeline->queue.insert(pipeline->queue.end(), jobs, jobs + n);
-    if (pipeline->round_listens) {
-      const uint64_t one = 1;
-      [[maybe_unused]] const ssize_t written = write(pipeline->wake_fd, &one, sizeof one);
-    }
+    if (pipeline->round_listens) keyloom::ring(pipeline->wake_fd);
   } catch (...) {
     return KL_MEMORY_FAILURE;
   }

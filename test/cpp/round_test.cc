@@ -4,9 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <climits>
 #include <atomic>
+#include <climits>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -64,6 +65,30 @@ std::vector<kl_job> records(std::vector<TimedGet> &jobs) {
   return out;
 }
 
+// Sets key0..key39 through the cluster's client (modula over its two
+// servers) and sorts them by the server modula gave them.
+void keys_by_server(TestCluster &cluster, std::vector<std::string> *on_first, std::vector<std::string> *on_second) {
+  for (size_t i = 0; i < 40; ++i) {
+    const std::string key = "key" + std::to_string(i);
+    ASSERT_EQ(kl_set(cluster.client(), mut(key), key.size(), mut("value"), 5, 0), KL_SUCCESS);
+    (cluster.direct(0, {"EXISTS", key})->integer ? on_first : on_second)->push_back(key);
+  }
+}
+
+// Hands `first` to a new pipeline over client and `later` after `gap`, runs
+// before_stop, and stops the pipeline (which runs every call first).
+void hand_over_twice(kl_client *client, std::vector<TimedGet> &first, std::vector<TimedGet> &later,
+                     std::chrono::milliseconds gap, const std::function<void()> &before_stop = [] {}) {
+  auto first_records = records(first), later_records = records(later);
+  kl_pipeline *pipeline = kl_pipeline_start(client);
+  ASSERT_NE(pipeline, nullptr);
+  ASSERT_EQ(kl_pipeline_submit(pipeline, first_records.data(), first_records.size()), KL_SUCCESS);
+  std::this_thread::sleep_for(gap);
+  ASSERT_EQ(kl_pipeline_submit(pipeline, later_records.data(), later_records.size()), KL_SUCCESS);
+  before_stop();
+  kl_pipeline_stop(pipeline);
+}
+
 // Two servers by modula, the first a real one (the cluster's server 0) and
 // the second one that accepts connections and never answers: the INFO asked
 // at connect goes unanswered for the whole connect time-out.
@@ -72,11 +97,7 @@ class RoundTest : public ::testing::Test {
   RoundTest() : cluster_(2, 1, KL_DISTRIBUTION_MODULA), silent_({}) {
     // Which server modula gives each key, learnt from the cluster's client
     // over two real servers in the same order.
-    for (size_t i = 0; i < 40; ++i) {
-      const std::string key = "key" + std::to_string(i);
-      EXPECT_EQ(kl_set(cluster_.client(), mut(key), key.size(), mut("value"), 5, 0), KL_SUCCESS);
-      (cluster_.direct(0, {"EXISTS", key})->integer ? healthy_keys_ : silent_keys_).push_back(key);
-    }
+    keys_by_server(cluster_, &healthy_keys_, &silent_keys_);
     client_ = kl_client_create(KL_HASH_DEFAULT, KL_DISTRIBUTION_MODULA, nullptr, KL_FLAG_NONE);
     kl_client_connection_timeout(client_, kConnectTimeoutMs);
     kl_server_add(client_, mut("127.0.0.1"), cluster_.server(0).port(), nullptr);
@@ -104,15 +125,8 @@ TEST_F(RoundTest, CallsToAHealthyServerEndWhileAnotherServerIsStillConnecting) {
   std::vector<TimedGet> healthy = gets(healthy_keys_, start);
   first.insert(first.end(), healthy.begin(), healthy.end());
   std::vector<TimedGet> later = gets(healthy_keys_, start);
-  auto first_records = records(first), later_records = records(later);
-
-  kl_pipeline *pipeline = kl_pipeline_start(client_);
-  ASSERT_NE(pipeline, nullptr);
-  ASSERT_EQ(kl_pipeline_submit(pipeline, first_records.data(), first_records.size()), KL_SUCCESS);
-  // Handed over while the round still waits for the silent server.
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  ASSERT_EQ(kl_pipeline_submit(pipeline, later_records.data(), later_records.size()), KL_SUCCESS);
-  kl_pipeline_stop(pipeline);
+  // `later` is handed over while the round still waits for the silent server.
+  ASSERT_NO_FATAL_FAILURE(hand_over_twice(client_, first, later, std::chrono::milliseconds(200)));
 
   const TimedGet &stalled = first[0];
   EXPECT_NE(stalled.rc, KL_SUCCESS);
@@ -183,20 +197,12 @@ TEST_F(RoundTest, OneCallOverBothServersGetsTheHealthyPartAndWaitsOneConnectTime
   EXPECT_LT(took, 2 * kConnectTimeoutMs);
 }
 
-}  // namespace
-
-namespace {
-
 TEST(RoundReading, CallsToAnsweringServersGoOnWhileAnotherServerOfTheRoundIsPaused) {
   TestCluster cluster(2, 1, KL_DISTRIBUTION_MODULA);
   kl_client *c = cluster.client();
   kl_client_connection_timeout(c, kConnectTimeoutMs);
   std::vector<std::string> answering, paused;
-  for (size_t i = 0; i < 40; ++i) {
-    const std::string key = "key" + std::to_string(i);
-    ASSERT_EQ(kl_set(c, mut(key), key.size(), mut("value"), 5, 0), KL_SUCCESS);  // both connected
-    (cluster.direct(0, {"EXISTS", key})->integer ? answering : paused).push_back(key);
-  }
+  ASSERT_NO_FATAL_FAILURE(keys_by_server(cluster, &answering, &paused));  // both connected
   ASSERT_FALSE(answering.empty());
   ASSERT_FALSE(paused.empty());
   cluster.server(1).pause();
@@ -206,15 +212,8 @@ TEST(RoundReading, CallsToAnsweringServersGoOnWhileAnotherServerOfTheRoundIsPaus
   // One round: calls to both servers, sent together.
   std::vector<TimedGet> first = gets(paused), answered = gets(answering), later = gets(answering);
   first.insert(first.end(), answered.begin(), answered.end());
-  auto first_records = records(first), later_records = records(later);
-
-  kl_pipeline *pipeline = kl_pipeline_start(c);
-  ASSERT_NE(pipeline, nullptr);
-  ASSERT_EQ(kl_pipeline_submit(pipeline, first_records.data(), first_records.size()), KL_SUCCESS);
-  // Handed over while the round still waits for the paused server.
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  ASSERT_EQ(kl_pipeline_submit(pipeline, later_records.data(), later_records.size()), KL_SUCCESS);
-  kl_pipeline_stop(pipeline);
+  // `later` is handed over while the round still waits for the paused server.
+  ASSERT_NO_FATAL_FAILURE(hand_over_twice(c, first, later, std::chrono::milliseconds(200)));
   cluster.server(1).resume();
 
   long long first_stalled_end = LLONG_MAX;
@@ -234,20 +233,12 @@ TEST(RoundReading, CallsToAnsweringServersGoOnWhileAnotherServerOfTheRoundIsPaus
   }
 }
 
-}  // namespace
-
-namespace {
-
 TEST(RoundReading, AServerThatDiesWithCallsInFlightFailsOnlyItsOwnCalls) {
   TestCluster cluster(2, 1, KL_DISTRIBUTION_MODULA);
   kl_client *c = cluster.client();
   kl_client_connection_timeout(c, kConnectTimeoutMs);
   std::vector<std::string> answering, dying;
-  for (size_t i = 0; i < 40; ++i) {
-    const std::string key = "key" + std::to_string(i);
-    ASSERT_EQ(kl_set(c, mut(key), key.size(), mut("value"), 5, 0), KL_SUCCESS);
-    (cluster.direct(0, {"EXISTS", key})->integer ? answering : dying).push_back(key);
-  }
+  ASSERT_NO_FATAL_FAILURE(keys_by_server(cluster, &answering, &dying));
   cluster.server(1).pause();
   const Clock::time_point start = Clock::now();
   std::vector<TimedGet> first = timed_gets(c, dying, start), answered = timed_gets(c, answering, start);
@@ -255,16 +246,10 @@ TEST(RoundReading, AServerThatDiesWithCallsInFlightFailsOnlyItsOwnCalls) {
   // Sent behind the first calls, still unanswered, on the same connection.
   std::vector<TimedGet> later = timed_gets(c, dying, start), later_answered = timed_gets(c, answering, start);
   later.insert(later.end(), later_answered.begin(), later_answered.end());
-  auto first_records = records(first), later_records = records(later);
-
-  kl_pipeline *pipeline = kl_pipeline_start(c);
-  ASSERT_NE(pipeline, nullptr);
-  ASSERT_EQ(kl_pipeline_submit(pipeline, first_records.data(), first_records.size()), KL_SUCCESS);
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  ASSERT_EQ(kl_pipeline_submit(pipeline, later_records.data(), later_records.size()), KL_SUCCESS);
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  cluster.server(1).kill();
-  kl_pipeline_stop(pipeline);
+  ASSERT_NO_FATAL_FAILURE(hand_over_twice(c, first, later, std::chrono::milliseconds(100), [&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    cluster.server(1).kill();
+  }));
 
   for (const std::vector<TimedGet> *jobs : {&first, &later}) {
     for (size_t i = 0; i < jobs->size(); ++i) {
